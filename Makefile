@@ -1,0 +1,26 @@
+# Thin wrapper: the real build is CMake (see CMakePresets.json).
+PRESET ?= release
+BUILD := build/$(PRESET)
+JOBS ?= $(shell nproc)
+
+.PHONY: all configure build test demo bench clean
+
+all: build
+
+configure:
+	@test -f $(BUILD)/build.ninja || cmake --preset $(PRESET)
+
+build: configure
+	cmake --build $(BUILD) -j $(JOBS)
+
+test: build
+	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS) --timeout 900
+
+demo: build
+	scripts/demo $(BUILD)
+
+bench: build
+	scripts/bench-compare $(BUILD)
+
+clean:
+	rm -rf build
