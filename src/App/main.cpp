@@ -1,1 +1,3 @@
-int main() { return 0; }
+#include "App/HalvaneMain.h"
+
+int main(int argc, char** argv) { return halvane::HalvaneMain::run(argc, argv); }

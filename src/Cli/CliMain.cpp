@@ -1,0 +1,40 @@
+#include "Cli/CliCommand.h"
+#include "Cli/Commands.h"
+
+#include <cstring>
+#include <iostream>
+
+using namespace halvane::cli;
+
+namespace {
+
+// One row per subcommand, in the order `--help` lists them.
+const CliCommand commands[] = {
+    {nullptr, nullptr, nullptr},
+};
+
+void printHelp(std::ostream& out) {
+    out << "Usage: halvane-cli COMMAND [ARGS...]\n\n"
+           "Headless jobs on Halvane packages and images. Every command takes --help.\n\n"
+           "Commands:\n";
+    for (const auto& c : commands)
+        if (c.name) out << "  " << c.name << std::string(c.name ? 14 - std::min<size_t>(13, std::strlen(c.name)) : 0, ' ') << c.summary << "\n";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        printHelp(std::cerr);
+        return exitUsage;
+    }
+    std::string name = argv[1];
+    if (name == "--help" || name == "-h" || name == "help") {
+        printHelp(std::cout);
+        return exitSuccess;
+    }
+    for (const auto& c : commands) {
+        if (c.name && name == c.name) return c.run(Args(argv + 2, argv + argc));
+    }
+    return usageError("unknown command \"" + name + "\" (see halvane-cli --help)");
+}

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Entry points of the subcommands; each lives in its own <Name>Command.cpp.
+namespace halvane::cli {
+
+using Args = std::vector<std::string>;
+
+}  // namespace halvane::cli
