@@ -1,0 +1,42 @@
+#pragma once
+
+#include "Model/AnnotationStyle.h"
+#include "Support/Json.h"
+#include "Support/Uuid.h"
+
+#include <optional>
+#include <string>
+
+namespace halvane {
+
+enum class CanvasAnnotationKind { text, arrow, line, rectangle, ellipse, counter, image };
+constexpr auto enumNames(CanvasAnnotationKind) {
+    return std::array<std::string_view, 7>{"text", "arrow", "line", "rectangle", "ellipse", "counter", "image"};
+}
+// Segments have a direction: their span may be negative.
+inline bool isSegment(CanvasAnnotationKind k) { return k == CanvasAnnotationKind::arrow || k == CanvasAnnotationKind::line; }
+
+// A mark on the output canvas for a span of source time.
+struct CanvasAnnotation {
+    Uuid id = Uuid::random();
+    double start = 0;
+    double end = 0;
+    std::string text;
+    Point position{0.5, 0.14};  // centre, unit canvas coordinates, y from the bottom
+    double size = 0.045;
+    bool pill = true;
+    CanvasAnnotationKind kind = CanvasAnnotationKind::text;
+    Size span{0.25, 0.18};  // fractions of canvas width and height; signed for segments
+    AnnotationStyle style;
+    int number = 1;
+    std::optional<std::string> imageFileName;
+    double imageAspect = 1.0;
+
+    friend bool operator==(const CanvasAnnotation&, const CanvasAnnotation&) = default;
+};
+
+// `id`, `start`, `end` required; other keys default when missing; a wrong type fails the element.
+void fromJson(const Json& j, CanvasAnnotation& out);
+Json toJson(const CanvasAnnotation& v);
+
+}  // namespace halvane
