@@ -17,6 +17,8 @@ struct Color {
     // "#RRGGBB", each component rounded from c × 255.
     std::string hexString() const;
     Color withAlpha(double a) const { return {red, green, blue, a}; }
+    // Dark text reads better on it: the luma of the sRGB components is above 0.6.
+    bool isLight() const { return 0.299 * red + 0.587 * green + 0.114 * blue > 0.6; }
 
     friend bool operator==(const Color&, const Color&) = default;
 };

@@ -20,6 +20,10 @@ std::string dumpJson(const Json& value) {
     return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
+std::string dumpJson(const OrderedJson& value) {
+    return value.dump(-1, ' ', false, OrderedJson::error_handler_t::replace);
+}
+
 namespace {
 const Json& element(const Json& j, size_t i) { return j[i]; }
 

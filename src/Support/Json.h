@@ -31,6 +31,8 @@
 namespace halvane {
 
 using Json = nlohmann::json;
+// For the few records whose writers fix a key order of their own instead of sorting.
+using OrderedJson = nlohmann::ordered_json;
 
 class JsonDecodeError : public std::runtime_error {
 public:
@@ -41,6 +43,7 @@ public:
 Json parseJson(std::string_view text);
 // The on-disk form: compact, sorted keys.
 std::string dumpJson(const Json& value);
+std::string dumpJson(const OrderedJson& value);
 // Parses text that must hold one object at top level; throws JsonDecodeError otherwise.
 Json parseJsonObject(std::string_view text);
 
