@@ -1,0 +1,47 @@
+#pragma once
+
+#include "Support/Geometry.h"
+
+#include <QImage>
+
+#include <filesystem>
+#include <limits>
+#include <memory>
+
+namespace halvane {
+
+// A forward-only reader of the first video stream of a movie, giving the picture on screen at a
+// time. Decoding starts at the key frame before `startAt` and stops after `until`; the last frame
+// holds after that. Pictures are converted to premultiplied BGRA honouring the stream's colour
+// range and matrix, and only when asked for, so frames skipped by speed-ups cost no conversion.
+class FrameSequence {
+public:
+    // Throws HalvaneError: "no video track in recording" when the file has no video stream,
+    // "cannot read video track: …" when it can't be opened or decoded.
+    // `outputSize` (whole pixels) scales every picture; empty keeps the stream's size.
+    FrameSequence(const std::filesystem::path& movie, double startAt = 0,
+                  double until = std::numeric_limits<double>::infinity(), Size outputSize = {});
+    ~FrameSequence();
+    FrameSequence(const FrameSequence&) = delete;
+    FrameSequence& operator=(const FrameSequence&) = delete;
+
+    // The latest frame at or before t (seconds of the movie), or nullptr before the first frame.
+    // Calls come with rising t; a lower t gets the current frame. The image stays valid until the
+    // next call.
+    const QImage* image(double t);
+
+    // The time of the frame image() gave last, or NaN before any.
+    double currentTime() const;
+    // Size of the pictures given out.
+    Size outputSize() const;
+    // Size of the stream in pixels.
+    Size streamSize() const;
+    // Duration of the stream in seconds (0 when the file doesn't say).
+    double duration() const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace halvane

@@ -1,0 +1,113 @@
+#include "Media/FrameSequence.h"
+
+#include "Support/HalvaneError.h"
+#include "SyntheticMovie.h"
+#include "support/MediaProbe.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+using namespace halvane;
+namespace fs = std::filesystem;
+
+namespace {
+
+class FrameSequenceTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        dir = test::makeScratchDirectory("frame-sequence");
+        test::SyntheticMovie movie;
+        movie.rampBrightness = true;  // frame i has grey level i % 100
+        movie.write(dir / "ramp.mov");
+    }
+    static void TearDownTestSuite() { fs::remove_all(dir); }
+
+    static int level(const QImage* image) { return image ? qBlue(image->pixel(5, 5)) : -1; }
+
+    static fs::path dir;
+};
+fs::path FrameSequenceTest::dir;
+
+TEST_F(FrameSequenceTest, GivesTheFrameOnScreenAtEachTimeAndHoldsTheLast) {
+    FrameSequence frames(dir / "ramp.mov");
+    EXPECT_EQ(frames.streamSize(), (Size{160, 90}));
+    EXPECT_NEAR(frames.duration(), 6.0, 0.05);
+    EXPECT_EQ(frames.image(-0.1), nullptr);
+    EXPECT_NEAR(level(frames.image(0)), 0, 3);
+    EXPECT_NEAR(level(frames.image(0.5)), 15, 3);
+    EXPECT_NEAR(level(frames.image(0.51)), 15, 3);  // between frames: the earlier one
+    EXPECT_NEAR(level(frames.image(1.0 - 1e-6)), 29, 3);
+    EXPECT_NEAR(level(frames.image(2.0)), 60, 3);
+    EXPECT_DOUBLE_EQ(frames.currentTime(), 2.0);
+    EXPECT_NEAR(level(frames.image(1.0)), 60, 3);  // going back keeps the current frame
+    EXPECT_NEAR(level(frames.image(100)), 79, 3);  // frame 179, the last, holds
+    EXPECT_NEAR(frames.currentTime(), 179 / 30.0, 1e-6);
+}
+
+TEST_F(FrameSequenceTest, StartsAtTheTrimWithoutDecodingFromTheTopAndStopsAfterTheEnd) {
+    FrameSequence frames(dir / "ramp.mov", 3.0, 4.0);
+    auto* first = frames.image(3.0);
+    ASSERT_NE(first, nullptr);
+    EXPECT_NEAR(level(first), 90, 3);
+    EXPECT_DOUBLE_EQ(frames.currentTime(), 3.0);
+    EXPECT_NEAR(level(frames.image(5.5)), 20, 3);  // frame 120 at 4.0 s holds after `until`
+}
+
+TEST_F(FrameSequenceTest, ScalesToTheAskedSize) {
+    FrameSequence frames(dir / "ramp.mov", 0, 1, Size{80, 44});
+    auto* image = frames.image(0.2);
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(image->width(), 80);
+    EXPECT_EQ(image->height(), 44);
+    EXPECT_EQ(image->format(), QImage::Format_ARGB32_Premultiplied);
+}
+
+TEST_F(FrameSequenceTest, HonoursTheStreamsRangeAndMatrix) {
+    // A full-range BT.601 file from ffmpeg itself: read as limited range, light grey would clip to
+    // white; read with the wrong matrix, pure red would gain green.
+    auto path = dir / "full.mp4";
+    int status = 0;
+    test::runCommand("ffmpeg -v error -y -f lavfi -i color=c=0xF0F0F0:s=64x32:d=0.2,"
+                     "drawbox=x=32:y=0:w=32:h=32:c=0xFF0000:t=fill -pix_fmt yuvj420p "
+                     "-color_range pc -colorspace bt470bg -c:v libx264 -qp 0 " +
+                         path.string() + " 2>&1",
+                     &status);
+    ASSERT_EQ(status, 0);
+    FrameSequence frames(path);
+    auto* image = frames.image(0);
+    ASSERT_NE(image, nullptr);
+    QRgb grey = image->pixel(8, 16);
+    EXPECT_NEAR(qRed(grey), 240, 4);
+    EXPECT_NEAR(qGreen(grey), 240, 4);
+    QRgb red = image->pixel(48, 16);
+    EXPECT_GT(qRed(red), 240);
+    EXPECT_LT(qGreen(red), 12);
+    EXPECT_LT(qBlue(red), 12);
+}
+
+TEST_F(FrameSequenceTest, RefusesFilesWithoutUsableVideo) {
+    auto soundOnly = dir / "sound.m4a";
+    int status = 0;
+    test::runCommand("ffmpeg -v error -y -f lavfi -i sine=d=0.3 " + soundOnly.string() + " 2>&1",
+                     &status);
+    ASSERT_EQ(status, 0);
+    try {
+        FrameSequence frames(soundOnly);
+        FAIL();
+    } catch (const HalvaneError& e) {
+        EXPECT_STREQ(e.what(), "no video track in recording");
+    }
+
+    auto corrupt = dir / "corrupt.mov";
+    std::ofstream(corrupt) << std::string(4096, '\x5a');
+    try {
+        FrameSequence frames(corrupt);
+        FAIL();
+    } catch (const HalvaneError& e) {
+        EXPECT_EQ(std::string(e.what()).rfind("cannot read video track", 0), 0u) << e.what();
+    }
+    EXPECT_THROW(FrameSequence(dir / "absent.mov"), HalvaneError);
+}
+
+}  // namespace
