@@ -1,29 +1,13 @@
 #include "Model/RecordingMeta.h"
 
-#include <algorithm>
-#include <cctype>
+#include "Support/TextRules.h"
 
 namespace halvane {
 
-namespace {
-bool isTrimmable(unsigned char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
-}  // namespace
-
 std::optional<std::string> RecordingMeta::validatedName(const std::string& raw) {
-    size_t b = 0, e = raw.size();
-    while (b < e && isTrimmable(static_cast<unsigned char>(raw[b]))) ++b;
-    while (e > b && isTrimmable(static_cast<unsigned char>(raw[e - 1]))) --e;
-    std::string name = raw.substr(b, e - b);
+    std::string name = trimmedWhitespaceAndNewlines(raw);
     if (name.empty() || name == "." || name == ".." || name.size() > 240) return std::nullopt;
-    for (unsigned char c : name) {
-        if (c < 0x20 || c == 0x7F || c == '/' || c == ':') return std::nullopt;
-    }
-    // C1 control characters arrive as U+0080..U+009F, encoded C2 80..C2 9F.
-    for (size_t i = 0; i + 1 < name.size(); ++i) {
-        if (static_cast<unsigned char>(name[i]) == 0xC2 && static_cast<unsigned char>(name[i + 1]) >= 0x80 &&
-            static_cast<unsigned char>(name[i + 1]) <= 0x9F)
-            return std::nullopt;
-    }
+    if (name.find_first_of("/:") != std::string::npos || containsControlCharacter(name)) return std::nullopt;
     return name;
 }
 
