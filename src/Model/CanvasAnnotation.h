@@ -4,10 +4,13 @@
 #include "Support/Json.h"
 #include "Support/Uuid.h"
 
+#include <filesystem>
 #include <optional>
 #include <string>
 
 namespace halvane {
+
+struct ImageAnnotation;
 
 enum class CanvasAnnotationKind { text, arrow, line, rectangle, ellipse, counter, image };
 constexpr auto enumNames(CanvasAnnotationKind) {
@@ -31,6 +34,17 @@ struct CanvasAnnotation {
     int number = 1;
     std::optional<std::string> imageFileName;
     double imageAspect = 1.0;
+
+    // For lists and menus.
+    std::string title() const;
+    // Opacity at a source time: a short fade at each end; never visible when 0.01 s or shorter.
+    double alpha(double t) const;
+    // The mark's rectangle on a canvas of `size` pixels, origin top left.
+    Rect rect(Size size) const;
+    // The image mark that draws this annotation on a canvas of `size` pixels.
+    ImageAnnotation mark(Size size) const;
+    // The picture inside the package, only for a plain "overlay-….png" name.
+    std::optional<std::filesystem::path> imageURL(const std::filesystem::path& package) const;
 
     friend bool operator==(const CanvasAnnotation&, const CanvasAnnotation&) = default;
 };

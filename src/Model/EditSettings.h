@@ -1,7 +1,9 @@
 #pragma once
 
 #include "Model/CanvasAnnotation.h"
+#include "Model/ClipTimeline.h"
 #include "Model/EditTypes.h"
+#include "Model/SpeedMap.h"
 #include "Support/CowList.h"
 #include "Support/Json.h"
 
@@ -79,6 +81,16 @@ struct EditSettings {
 
     // `sourceCrop` held to a usable rectangle, or the full frame (0, 0, 1, 1).
     Rect cropRect() const;
+
+    // Source to output time for this edit's trim, cuts and speeds.
+    SpeedMap speedMap(double duration) const;
+
+    // Clips and the operations on them; all times are source seconds.
+    ClipTimeline clipTimeline(double duration) const;
+    void trimClip(const ClipTrim& trim, const ClipSegment& to);
+    bool splitClip(double t, double duration, double minimumDuration);
+    bool canDeleteClip(const ClipSegment& segment, double duration) const;
+    bool deleteClip(const ClipSegment& segment, double duration);
 
     void setShowBackground(bool on);
     void setBackground(CanvasBackground value);

@@ -30,4 +30,14 @@ bool Rect::intersects(const Rect& other) const {
     return minX() < other.maxX() && other.minX() < maxX() && minY() < other.maxY() && other.minY() < maxY();
 }
 
+Rect aspectFit(double aspect, const Rect& rect) {
+    if (!(aspect > 0) || !(rect.size.width > 0) || !(rect.size.height > 0)) return rect;
+    double w = rect.size.width;
+    double h = rect.size.height;
+    if (w / h > aspect) w = h * aspect;
+    else h = w / aspect;
+    auto quarter = [](double v) { return roundHalfAway(v * 4) * 0.25; };
+    return {quarter(rect.midX() - w / 2), quarter(rect.midY() - h / 2), quarter(w), quarter(h)};
+}
+
 }  // namespace halvane

@@ -57,4 +57,8 @@ inline double distance(Point a, Point b) { return std::hypot(a.x - b.x, a.y - b.
 // Rounding half away from zero, the rule every pixel snap in the program uses.
 inline double roundHalfAway(double v) { return std::round(v); }
 
+// The largest rectangle of the width-to-height ratio `aspect` centred in `rect`, each of its values
+// snapped to a quarter pixel; `rect` itself when the aspect or its size is not positive.
+Rect aspectFit(double aspect, const Rect& rect);
+
 }  // namespace halvane
