@@ -1,5 +1,6 @@
 #include "Media/AudioEditPipeline.h"
 
+#include "Media/AudioDecoder.h"
 #include "Media/FFmpegSupport.h"
 #include "Support/HalvaneError.h"
 
@@ -48,21 +49,22 @@ std::string tempoChain(double rate) {
 
 [[noreturn]] void fail(const std::string& why) { throw HalvaneError("audio reader failed: " + why); }
 
-struct Source {
-    AVStream* stream = nullptr;
-    CodecContext decoder;
-    AVFilterContext* buffer = nullptr;
-};
+void require(int rc) {
+    if (rc < 0) fail(errorText(rc));
+}
+
+// Frames decoded and handed to the graph at a time.
+constexpr int feedFrames = 4096;
 
 }  // namespace
 
 struct AudioEditPipeline::Impl {
-    FormatInput input;
-    std::vector<Source> sources;
+    std::unique_ptr<AudioDecoder> decoder;
     FilterGraph graph;
+    AVFilterContext* source = nullptr;
     AVFilterContext* sink = nullptr;
-    Packet packet = makePacket();
-    Frame decoded = makeFrame();
+    Frame input = makeFrame();
+    int64_t fed = 0;
     Frame filtered = makeFrame();
     int filteredOffset = 0;  // frames of `filtered` already given out
     bool inputDone = false;
@@ -70,53 +72,21 @@ struct AudioEditPipeline::Impl {
     int64_t total = 0;
     int64_t position = 0;
 
-    Source* sourceFor(int streamIndex) {
-        for (auto& s : sources)
-            if (s.stream->index == streamIndex) return &s;
-        return nullptr;
-    }
-
     void buildGraph(const std::vector<KeptAudioRange>& ranges) {
         graph.reset(avfilter_graph_alloc());
         if (!graph) fail("out of memory");
         graph->nb_threads = 1;
+        std::ostringstream args;
+        args << "time_base=1/" << sampleRate << ":sample_rate=" << sampleRate
+             << ":sample_fmt=flt:channel_layout=stereo";
+        require(avfilter_graph_create_filter(&source, avfilter_get_by_name("abuffer"), "in",
+                                             args.str().c_str(), nullptr, graph.get()));
+        require(avfilter_graph_create_filter(&sink, avfilter_get_by_name("abuffersink"), "out",
+                                             nullptr, nullptr, graph.get()));
         std::ostringstream chain;
         chain.precision(17);
-        const size_t n = sources.size();
-        for (size_t i = 0; i < n; ++i) {
-            auto* d = sources[i].decoder.get();
-            AVChannelLayout layout{};
-            if (d->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC)
-                av_channel_layout_default(&layout, d->ch_layout.nb_channels);
-            else
-                av_channel_layout_copy(&layout, &d->ch_layout);
-            char layoutName[128] = {};
-            av_channel_layout_describe(&layout, layoutName, sizeof layoutName);
-            av_channel_layout_uninit(&layout);
-            const AVRational tb = sources[i].stream->time_base;
-            std::ostringstream args;
-            args << "time_base=" << tb.num << "/" << tb.den << ":sample_rate=" << d->sample_rate
-                 << ":sample_fmt=" << av_get_sample_fmt_name(d->sample_fmt)
-                 << ":channel_layout=" << layoutName;
-            std::string name = "in" + std::to_string(i);
-            check(avfilter_graph_create_filter(&sources[i].buffer, avfilter_get_by_name("abuffer"),
-                                               name.c_str(), args.str().c_str(), nullptr,
-                                               graph.get()),
-                  "audio reader failed");
-            // Resampling pads the start with silence so that sound keeps the movie's clock
-            // even when a track begins late.
-            chain << "[" << name << "]aresample=" << sampleRate
-                  << ":async=1:first_pts=0,aformat=sample_fmts=fltp:channel_layouts=stereo[a" << i
-                  << "];";
-        }
-        if (n > 1) {
-            for (size_t i = 0; i < n; ++i) chain << "[a" << i << "]";
-            chain << "amix=inputs=" << n << ":normalize=0:duration=longest[mix];";
-        } else {
-            chain << "[a0]anull[mix];";
-        }
         const size_t k = ranges.size();
-        chain << "[mix]asplit=" << k;
+        chain << "[in]asplit=" << k;
         for (size_t i = 0; i < k; ++i) chain << "[s" << i << "]";
         chain << ";";
         double outputEnd = 0;
@@ -131,6 +101,7 @@ struct AudioEditPipeline::Impl {
             chain << "[s" << i << "]atrim=start_sample=" << start << ":end_sample=" << end
                   << ",asetpts=PTS-STARTPTS," << tempoChain(rate);
             if (std::abs(r.volume - 1) > 1e-9) chain << "volume=" << std::max(r.volume, 0.0) << ",";
+            // Stretching is close to, not exactly, the asked length: pad and cut to the frame.
             chain << "apad=whole_len=" << length << ",atrim=end_sample=" << length << "[r" << i
                   << "];";
         }
@@ -138,69 +109,43 @@ struct AudioEditPipeline::Impl {
         chain << "concat=n=" << k << ":v=0:a=1,aformat=sample_fmts=flt:sample_rates=" << sampleRate
               << ":channel_layouts=stereo[out]";
 
-        check(avfilter_graph_create_filter(&sink, avfilter_get_by_name("abuffersink"), "out",
-                                           nullptr, nullptr, graph.get()),
-              "audio reader failed");
-        AVFilterInOut* outputs = nullptr;
-        for (size_t i = n; i-- > 0;) {
-            AVFilterInOut* o = avfilter_inout_alloc();
-            o->name = av_strdup(("in" + std::to_string(i)).c_str());
-            o->filter_ctx = sources[i].buffer;
-            o->pad_idx = 0;
-            o->next = outputs;
-            outputs = o;
-        }
+        AVFilterInOut* outputs = avfilter_inout_alloc();
+        outputs->name = av_strdup("in");
+        outputs->filter_ctx = source;
         AVFilterInOut* inputs = avfilter_inout_alloc();
         inputs->name = av_strdup("out");
         inputs->filter_ctx = sink;
-        inputs->pad_idx = 0;
-        inputs->next = nullptr;
         int rc = avfilter_graph_parse_ptr(graph.get(), chain.str().c_str(), &inputs, &outputs,
                                           nullptr);
         avfilter_inout_free(&inputs);
         avfilter_inout_free(&outputs);
-        check(rc, "audio reader failed");
-        check(avfilter_graph_config(graph.get(), nullptr), "audio reader failed");
+        require(rc);
+        require(avfilter_graph_config(graph.get(), nullptr));
     }
 
-    // Decodes one more packet into the graph; at the end of the file, ends every source.
     void feed() {
         if (inputDone) return;
-        while (true) {
-            int rc = av_read_frame(input.get(), packet.get());
-            if (rc == AVERROR_EOF || rc == AVERROR(EIO)) {
-                inputDone = true;
-                for (auto& s : sources) {
-                    avcodec_send_packet(s.decoder.get(), nullptr);
-                    drainDecoder(s);
-                    check(av_buffersrc_add_frame(s.buffer, nullptr), "audio reader failed");
-                }
-                return;
-            }
-            check(rc, "audio reader failed");
-            Source* s = sourceFor(packet->stream_index);
-            if (!s) {
-                av_packet_unref(packet.get());
-                continue;
-            }
-            rc = avcodec_send_packet(s->decoder.get(), packet.get());
-            av_packet_unref(packet.get());
-            if (rc < 0 && rc != AVERROR_INVALIDDATA) check(rc, "audio reader failed");
-            drainDecoder(*s);
+        av_frame_unref(input.get());
+        input->format = AV_SAMPLE_FMT_FLT;
+        input->sample_rate = sampleRate;
+        input->nb_samples = feedFrames;
+        av_channel_layout_default(&input->ch_layout, channels);
+        require(av_frame_get_buffer(input.get(), 0));
+        int n = 0;
+        try {
+            n = decoder->read(reinterpret_cast<float*>(input->data[0]), feedFrames);
+        } catch (const HalvaneError& e) {
+            fail(e.what());
+        }
+        if (n == 0) {
+            inputDone = true;
+            require(av_buffersrc_add_frame(source, nullptr));
             return;
         }
-    }
-
-    void drainDecoder(Source& s) {
-        while (true) {
-            int rc = avcodec_receive_frame(s.decoder.get(), decoded.get());
-            if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return;
-            if (rc == AVERROR_INVALIDDATA) continue;
-            check(rc, "audio reader failed");
-            decoded->pts = decoded->best_effort_timestamp;
-            check(av_buffersrc_add_frame_flags(s.buffer, decoded.get(), 0), "audio reader failed");
-            av_frame_unref(decoded.get());
-        }
+        input->nb_samples = n;
+        input->pts = fed;
+        fed += n;
+        require(av_buffersrc_add_frame_flags(source, input.get(), 0));
     }
 
     // Makes sure `filtered` holds unread frames; false at the end of the output.
@@ -264,23 +209,11 @@ std::unique_ptr<AudioEditPipeline> AudioEditPipeline::open(const std::filesystem
 
     auto impl = std::make_unique<Impl>();
     try {
-        impl->input = openInput(movie.string());
+        impl->decoder = AudioDecoder::open(movie, sampleRate, channels);
     } catch (const HalvaneError& e) {
         fail(e.what());
     }
-    for (unsigned i = 0; i < impl->input->nb_streams; ++i) {
-        AVStream* stream = impl->input->streams[i];
-        if (stream->codecpar->codec_type != AVMEDIA_TYPE_AUDIO) {
-            stream->discard = AVDISCARD_ALL;
-            continue;
-        }
-        try {
-            impl->sources.push_back(Source{stream, openDecoder(stream, 1), nullptr});
-        } catch (const HalvaneError&) {
-            stream->discard = AVDISCARD_ALL;  // a track that can't be decoded is left out
-        }
-    }
-    if (impl->sources.empty()) return nullptr;
+    if (!impl->decoder) return nullptr;
     impl->total = outputFrames(ranges);
     if (ranges.empty()) {
         impl->graphDone = true;
