@@ -1,5 +1,7 @@
 #include "Model/Project.h"
 
+#include "Model/FocusTimeline.h"
+#include "Model/ZoomTimeline.h"
 #include "Support/AtomicFile.h"
 #include "Support/Localization.h"
 #include "Support/TextRules.h"
@@ -100,12 +102,15 @@ double Project::generatedZoomLevel(const RecordingMeta& meta) {
 
 Project::CameraTimelines Project::generatedCameraTimelines(const RecordingMeta& meta, const RecordedEvents& events,
                                                            const EditSettings& settings) {
-    // Zoom and focus generation over the clicks and focus samples plugs in here; until the
-    // timeline derivation exists a fresh take starts without camera moves.
-    (void)meta;
-    (void)events;
     (void)settings;
-    return {};
+    const int sources = static_cast<int>(meta.sources.size());
+    CameraTimelines camera;
+    std::vector<FocusSegment> switches;
+    if (sources >= 2) switches = FocusTimeline::generate(events.focus, sources, events.clicks);
+    camera.zooms = ZoomTimeline::generate(events.clicks, generatedZoomLevel(meta), meta.duration, sources > 1 ? sources : 0,
+                                          switches);
+    camera.focusSwitches = std::move(switches);
+    return camera;
 }
 
 EditSettings Project::defaultSettings(const RecordingMeta& meta, const RecordedEvents& events) {
