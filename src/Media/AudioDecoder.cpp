@@ -79,7 +79,8 @@ struct AudioDecoder::Impl {
             require(avfilter_graph_create_filter(&sources[i].buffer, avfilter_get_by_name("abuffer"),
                                                  name.c_str(), args.str().c_str(), nullptr,
                                                  graph.get()));
-            chain << "[" << name << "]aresample=" << rate << ":async=1:first_pts=0[a" << i << "];";
+            chain << "[" << name << "]" << channelMapping(d->ch_layout.nb_channels) << "aresample="
+                  << rate << ":async=1:first_pts=0[a" << i << "];";
         }
         if (n > 1) {
             for (size_t i = 0; i < n; ++i) chain << "[a" << i << "]";
@@ -109,6 +110,14 @@ struct AudioDecoder::Impl {
         avfilter_inout_free(&outputs);
         require(rc);
         require(avfilter_graph_config(graph.get(), nullptr));
+    }
+
+    // Mono is heard the same on both sides and stereo folds to its average, as players do;
+    // the resampler's own rematrixing would lower both by 3 dB.
+    std::string channelMapping(int sourceChannels) const {
+        if (sourceChannels == 1 && channelCount == 2) return "pan=stereo|c0=c0|c1=c0,";
+        if (sourceChannels == 2 && channelCount == 1) return "pan=mono|c0=0.5*c0+0.5*c1,";
+        return "";
     }
 
     Source* sourceFor(int streamIndex) {
