@@ -1,7 +1,9 @@
 // Gaussian blur with clamp-to-edge, separable. Small sigmas convolve with the exact kernel; from
 // sigma 3 on, three running box filters of matched widths stand in for the Gaussian (their
-// convolution is within a percent of it), so the cost no longer grows with sigma. Vertical passes
-// walk whole rows at a time, which keeps memory access sequential and lets the compiler vectorise.
+// convolution is within a percent of it), so the cost no longer grows with sigma. From sigma 8 on the
+// picture is first reduced by a whole factor, blurred, and enlarged again: a wide blur has no detail
+// left that the reduction could lose. Every pass runs down columns, whole rows at a time, so memory
+// is read in order and the inner loops vectorise; rows are blurred as columns of the transpose.
 
 #include "Render/RasterKernels.h"
 
@@ -44,47 +46,16 @@ std::array<int, 3> boxWidths(double sigma) {
     return widths;
 }
 
-// One running box of radius r along a row of n pixels with C interleaved channels.
-template <int C>
-void boxRow(const uchar* src, uchar* dst, int n, int r) {
-    const float scale = 1.0f / static_cast<float>(2 * r + 1);
-    std::array<uint32_t, C> sum{};
-    auto at = [&](int x, int c) { return static_cast<uint32_t>(src[std::clamp(x, 0, n - 1) * C + c]); };
-    for (int c = 0; c < C; ++c) {
-        sum[c] = static_cast<uint32_t>(r + 1) * at(0, c);
-        for (int i = 1; i <= r; ++i) sum[c] += at(i, c);
-    }
-    auto store = [&](int x) {
-        for (int c = 0; c < C; ++c) dst[x * C + c] = static_cast<uchar>(static_cast<float>(sum[c]) * scale + 0.5f);
-    };
-    // Edges clamp their indices; the long middle stretch needs no clamping.
-    int middleBegin = std::min(r, n);
-    int middleEnd = std::max(middleBegin, n - r - 1);
-    int x = 0;
-    for (; x < middleBegin; ++x) {
-        store(x);
-        for (int c = 0; c < C; ++c) sum[c] += at(x + r + 1, c) - at(x - r, c);
-    }
-    for (; x < middleEnd; ++x) {
-        store(x);
-        const uchar* add = src + (x + r + 1) * C;
-        const uchar* sub = src + (x - r) * C;
-        for (int c = 0; c < C; ++c) sum[c] += static_cast<uint32_t>(add[c]) - sub[c];
-    }
-    for (; x < n; ++x) {
-        store(x);
-        for (int c = 0; c < C; ++c) sum[c] += at(x + r + 1, c) - at(x - r, c);
-    }
-}
-
-void boxColumns(const Plane& src, const Plane& dst, int r, std::vector<uint32_t>& acc) {
+// One running box of radius r down every column at once: each output row is the running sum of
+// the rows around it, so memory is read row by row and the inner loop vectorises.
+void boxColumns(const Plane& src, const Plane& dst, int r, std::vector<int32_t>& acc) {
     const int n = src.rowBytes();
     const float scale = 1.0f / static_cast<float>(2 * r + 1);
     acc.assign(n, 0);
-    uint32_t* a = acc.data();
+    int32_t* a = acc.data();
     {
         const uchar* first = src.row(0);
-        for (int i = 0; i < n; ++i) a[i] = static_cast<uint32_t>(r + 1) * first[i];
+        for (int i = 0; i < n; ++i) a[i] = (r + 1) * static_cast<int32_t>(first[i]);
         for (int k = 1; k <= r; ++k) {
             const uchar* row = src.clampedRow(k);
             for (int i = 0; i < n; ++i) a[i] += row[i];
@@ -95,71 +66,170 @@ void boxColumns(const Plane& src, const Plane& dst, int r, std::vector<uint32_t>
         const uchar* add = src.clampedRow(y + r + 1);
         const uchar* sub = src.clampedRow(y - r);
         for (int i = 0; i < n; ++i) {
-            out[i] = static_cast<uchar>(static_cast<float>(a[i]) * scale + 0.5f);
-            a[i] += static_cast<uint32_t>(add[i]) - sub[i];
+            out[i] = static_cast<uchar>(static_cast<int32_t>(static_cast<float>(a[i]) * scale + 0.5f));
+            a[i] += static_cast<int32_t>(add[i]) - static_cast<int32_t>(sub[i]);
         }
     }
 }
 
-template <int C>
-void boxBlur(const Plane& image, double sigma) {
+// Exact kernel down every column, in float so that it vectorises.
+void kernelColumns(const Plane& src, const Plane& dst, const std::vector<float>& weights, std::vector<float>& acc) {
+    const int n = src.rowBytes();
+    const int radius = static_cast<int>(weights.size() / 2);
+    acc.resize(n);
+    float* a = acc.data();
+    for (int y = 0; y < src.height; ++y) {
+        std::fill(acc.begin(), acc.end(), 0.5f);
+        for (int k = -radius; k <= radius; ++k) {
+            const uchar* row = src.clampedRow(y + k);
+            const float w = weights[k + radius];
+            for (int i = 0; i < n; ++i) a[i] += w * static_cast<float>(row[i]);
+        }
+        uchar* out = dst.row(y);
+        for (int i = 0; i < n; ++i) out[i] = static_cast<uchar>(static_cast<int32_t>(a[i]));
+    }
+}
+
+std::vector<float> gaussianWeights(double sigma) {
+    const int radius = static_cast<int>(std::ceil(3 * sigma));
+    std::vector<float> w(2 * radius + 1);
+    double total = 0;
+    for (int k = -radius; k <= radius; ++k) total += std::exp(-(k * k) / (2 * sigma * sigma));
+    for (int k = -radius; k <= radius; ++k) w[k + radius] = static_cast<float>(std::exp(-(k * k) / (2 * sigma * sigma)) / total);
+    return w;
+}
+
+// Blurs the columns of `image` in place, using `temp` (same shape) as scratch.
+void blurColumns(const Plane& image, const Plane& temp, double sigma) {
+    if (sigma < exactKernelLimit) {
+        std::vector<float> acc;
+        kernelColumns(image, temp, gaussianWeights(sigma), acc);
+        for (int y = 0; y < image.height; ++y) std::copy_n(temp.row(y), image.rowBytes(), image.row(y));
+        return;
+    }
     const auto widths = boxWidths(sigma);
-    std::vector<uchar> scratch(static_cast<size_t>(image.rowBytes()) * image.height);
-    Plane temp{scratch.data(), image.width, image.height, image.rowBytes(), C};
-    std::vector<uint32_t> acc;
-    // image -> temp -> image -> temp vertically, then each row of temp back into image horizontally.
+    std::vector<int32_t> acc;
     boxColumns(image, temp, widths[0] / 2, acc);
     boxColumns(temp, image, widths[1] / 2, acc);
     boxColumns(image, temp, widths[2] / 2, acc);
-    std::vector<uchar> a(image.rowBytes()), b(image.rowBytes());
-    for (int y = 0; y < image.height; ++y) {
-        boxRow<C>(temp.row(y), a.data(), image.width, widths[0] / 2);
-        boxRow<C>(a.data(), b.data(), image.width, widths[1] / 2);
-        boxRow<C>(b.data(), image.row(y), image.width, widths[2] / 2);
-    }
+    for (int y = 0; y < image.height; ++y) std::copy_n(temp.row(y), image.rowBytes(), image.row(y));
 }
 
-// Exact kernel in 16-bit fixed point whose weights sum to exactly 65536.
-std::vector<uint32_t> gaussianWeights(double sigma, int radius) {
-    std::vector<double> w(2 * radius + 1);
-    double total = 0;
-    for (int k = -radius; k <= radius; ++k) total += w[k + radius] = std::exp(-(k * k) / (2 * sigma * sigma));
-    std::vector<uint32_t> fixed(w.size());
-    uint32_t sum = 0;
-    for (size_t i = 0; i < w.size(); ++i) sum += fixed[i] = static_cast<uint32_t>(std::lround(w[i] / total * 65536));
-    fixed[radius] += 65536 - sum;
-    return fixed;
-}
-
-void exactBlur(const Plane& image, double sigma) {
-    const int radius = static_cast<int>(std::ceil(3 * sigma));
-    const auto weights = gaussianWeights(sigma, radius);
-    const int n = image.rowBytes();
-    const int C = image.channels;
-    std::vector<uchar> scratch(static_cast<size_t>(n) * image.height);
-    Plane temp{scratch.data(), image.width, image.height, n, C};
-    std::vector<uint32_t> acc(n);
-    for (int y = 0; y < image.height; ++y) {
-        std::fill(acc.begin(), acc.end(), 1u << 15);
-        for (int k = -radius; k <= radius; ++k) {
-            const uchar* row = image.clampedRow(y + k);
-            const uint32_t w = weights[k + radius];
-            for (int i = 0; i < n; ++i) acc[i] += w * row[i];
-        }
-        uchar* out = temp.row(y);
-        for (int i = 0; i < n; ++i) out[i] = static_cast<uchar>(acc[i] >> 16);
-    }
-    for (int y = 0; y < image.height; ++y) {
-        const uchar* src = temp.row(y);
-        uchar* out = image.row(y);
-        for (int x = 0; x < image.width; ++x)
-            for (int c = 0; c < C; ++c) {
-                uint32_t sum = 1u << 15;
-                for (int k = -radius; k <= radius; ++k)
-                    sum += weights[k + radius] * src[std::clamp(x + k, 0, image.width - 1) * C + c];
-                out[x * C + c] = static_cast<uchar>(sum >> 16);
+// Rows become columns, in tiles that stay in cache.
+template <class Pixel>
+void transpose(const Plane& src, const Plane& dst) {
+    constexpr int tile = 32;
+    for (int y0 = 0; y0 < src.height; y0 += tile)
+        for (int x0 = 0; x0 < src.width; x0 += tile) {
+            const int y1 = std::min(y0 + tile, src.height), x1 = std::min(x0 + tile, src.width);
+            for (int y = y0; y < y1; ++y) {
+                const auto* in = reinterpret_cast<const Pixel*>(src.row(y));
+                for (int x = x0; x < x1; ++x) reinterpret_cast<Pixel*>(dst.row(x))[y] = in[x];
             }
+        }
+}
+
+void transposePlane(const Plane& src, const Plane& dst) {
+    if (src.channels == 4) transpose<uint32_t>(src, dst);
+    else transpose<uchar>(src, dst);
+}
+
+struct OwnedPlane {
+    std::vector<uchar> bytes;
+    Plane plane;
+    OwnedPlane(int width, int height, int channels)
+        : bytes(static_cast<size_t>(width) * height * channels),
+          plane{bytes.data(), width, height, static_cast<qsizetype>(width) * channels, channels} {}
+};
+
+// Full-resolution separable blur: columns, then rows as the columns of the transposed picture.
+void blurFull(const Plane& image, double sigma) {
+    OwnedPlane temp(image.width, image.height, image.channels);
+    blurColumns(image, temp.plane, sigma);
+    OwnedPlane turned(image.height, image.width, image.channels);
+    OwnedPlane turnedTemp(image.height, image.width, image.channels);
+    transposePlane(image, turned.plane);
+    blurColumns(turned.plane, turnedTemp.plane, sigma);
+    transposePlane(turned.plane, image);
+}
+
+// ---- large sigmas: blur a reduced copy, then enlarge it again
+
+// Mean of each f × f cell (the last row and column of cells may be partial).
+void reduce(const Plane& src, const Plane& dst, int f) {
+    const int C = src.channels;
+    std::vector<uint32_t> sums(static_cast<size_t>(dst.width) * C);
+    for (int by = 0; by < dst.height; ++by) {
+        std::fill(sums.begin(), sums.end(), 0);
+        const int y0 = by * f, y1 = std::min(y0 + f, src.height);
+        for (int y = y0; y < y1; ++y) {
+            const uchar* row = src.row(y);
+            for (int bx = 0; bx < dst.width; ++bx) {
+                uint32_t* cell = &sums[static_cast<size_t>(bx) * C];
+                const int x1 = std::min((bx + 1) * f, src.width);
+                for (int x = bx * f; x < x1; ++x)
+                    for (int c = 0; c < C; ++c) cell[c] += row[x * C + c];
+            }
+        }
+        uchar* out = dst.row(by);
+        for (int bx = 0; bx < dst.width; ++bx) {
+            const uint32_t count = static_cast<uint32_t>((std::min((bx + 1) * f, src.width) - bx * f) * (y1 - y0));
+            for (int c = 0; c < C; ++c) out[bx * C + c] = static_cast<uchar>((sums[bx * C + c] + count / 2) / count);
+        }
     }
+}
+
+// Where output pixel i samples the reduced picture: the two neighbours and the weight of the second
+// (0 ... 256), with the cell centres as sample points and the edges clamped.
+struct Tap {
+    int first;
+    int second;
+    uint32_t weight;
+};
+
+std::vector<Tap> enlargeTaps(int outLength, int inLength, int f) {
+    std::vector<Tap> taps(outLength);
+    for (int i = 0; i < outLength; ++i) {
+        const double u = std::clamp((i + 0.5) / f - 0.5, 0.0, static_cast<double>(inLength - 1));
+        const int first = static_cast<int>(std::floor(u));
+        const int second = std::min(first + 1, inLength - 1);
+        taps[i] = {first, second, static_cast<uint32_t>(std::lround((u - first) * 256))};
+    }
+    return taps;
+}
+
+void enlarge(const Plane& small, const Plane& image, int f) {
+    const int C = small.channels;
+    const auto columns = enlargeTaps(image.width, small.width, f);
+    const auto rows = enlargeTaps(image.height, small.height, f);
+    std::vector<uchar> line(static_cast<size_t>(small.rowBytes()));
+    for (int y = 0; y < image.height; ++y) {
+        const Tap& r = rows[y];
+        const uchar* a = small.row(r.first);
+        const uchar* b = small.row(r.second);
+        for (int i = 0; i < small.rowBytes(); ++i)
+            line[i] = static_cast<uchar>((a[i] * (256 - r.weight) + b[i] * r.weight + 128) >> 8);
+        uchar* out = image.row(y);
+        for (int x = 0; x < image.width; ++x) {
+            const Tap& t = columns[x];
+            for (int c = 0; c < C; ++c)
+                out[x * C + c] = static_cast<uchar>(
+                    (line[t.first * C + c] * (256 - t.weight) + line[t.second * C + c] * t.weight + 128) >> 8);
+        }
+    }
+}
+
+// How much to reduce before blurring: enough that the reduced blur still spans about four pixels.
+int reductionFactor(double sigma) { return std::clamp(static_cast<int>(sigma / 4), 1, 8); }
+
+void blurReduced(const Plane& image, double sigma, int f) {
+    OwnedPlane small((image.width + f - 1) / f, (image.height + f - 1) / f, image.channels);
+    reduce(image, small.plane, f);
+    // Reducing (a box of f) and enlarging (a tent of f) already spread the picture a little.
+    const double added = (f * f - 1) / 12.0 + f * f / 6.0;
+    const double reducedSigma = std::sqrt(std::max(sigma * sigma - added, sigma * sigma / 4)) / f;
+    blurFull(small.plane, reducedSigma);
+    enlarge(small.plane, image, f);
 }
 
 int channelsOf(QImage::Format format) {
@@ -176,11 +246,10 @@ int channelsOf(QImage::Format format) {
 void gaussianBlur(QImage& image, double sigma) {
     if (!(sigma > 0) || image.isNull() || !std::isfinite(sigma)) return;
     if (channelsOf(image.format()) == 0) image.convertTo(QImage::Format_ARGB32_Premultiplied);
-    const int channels = channelsOf(image.format());
-    Plane plane{image.bits(), image.width(), image.height(), image.bytesPerLine(), channels};
-    if (sigma < exactKernelLimit) exactBlur(plane, sigma);
-    else if (channels == 4) boxBlur<4>(plane, sigma);
-    else boxBlur<1>(plane, sigma);
+    const Plane plane{image.bits(), image.width(), image.height(), image.bytesPerLine(), channelsOf(image.format())};
+    const int f = reductionFactor(sigma);
+    if (f > 1 && image.width() >= 2 * f && image.height() >= 2 * f) blurReduced(plane, sigma, f);
+    else blurFull(plane, sigma);
 }
 
 QImage gaussianBlurred(const QImage& image, double sigma) {
