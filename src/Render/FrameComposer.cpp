@@ -1,0 +1,351 @@
+#include "Render/FrameComposer.h"
+
+#include "Model/ZoomTimeline.h"
+#include "Render/CanvasCoordinates.h"
+#include "Render/KeystrokeArt.h"
+#include "Render/RasterKernels.h"
+
+#include <QPainter>
+
+#include <algorithm>
+#include <cmath>
+
+namespace halvane {
+
+namespace {
+
+constexpr long long captionPixels = 4194304;
+constexpr size_t captionCacheLimit = 65;
+constexpr size_t keystrokeCacheLimit = 129;
+
+struct RippleLook {
+    double base, growth, peak, exponent;
+};
+constexpr RippleLook circleLook{18, 9, 0.45, 1.5};
+constexpr RippleLook rippleLook{12, 34, 0.55, 1.6};
+
+bool insideUnit(Point u) { return u.x >= -0.02 && u.x <= 1.02 && u.y >= -0.02 && u.y <= 1.02; }
+
+// Draws `image` scaled by s with its lower-left corner at canvas point (x, y) (bottom-left).
+void drawScaled(QPainter& p, const QImage& image, double s, double x, double y, double canvasHeight) {
+    QRectF target(x, canvasHeight - (y + image.height() * s), image.width() * s, image.height() * s);
+    p.drawImage(target, image);
+}
+
+}  // namespace
+
+FrameComposer::FrameComposer(CompositionInput input, std::vector<FrameSource*> screens, FrameSource* camera,
+                             double cameraOffset)
+    : input_(std::move(input)),
+      screens_(std::move(screens)),
+      camera_(camera),
+      cameraOffset_(cameraOffset),
+      model_(input_.meta, input_.events, input_.settings),
+      speedMap_(input_.settings.speedMap(input_.meta.duration)),
+      crop_(input_.settings.cropRect()),
+      multiSource_(input_.meta.sources.size() >= 2 && screens_.size() >= 2) {}
+
+Point FrameComposer::project(Point p, const Rect& visible, const Rect& target) {
+    return {target.minX() + target.width() * (p.x - visible.minX()) / std::max(visible.width(), 0.0001),
+            target.minY() + target.height() * (1 - (p.y - visible.minY()) / std::max(visible.height(), 0.0001))};
+}
+
+Rect FrameComposer::project(const Rect& r, const Rect& visible, const Rect& target) {
+    Point a = project(Point{r.minX(), r.minY()}, visible, target);
+    Point b = project(Point{r.maxX(), r.maxY()}, visible, target);
+    return Rect{std::min(a.x, b.x), std::min(a.y, b.y), std::fabs(b.x - a.x), std::fabs(b.y - a.y)};
+}
+
+double FrameComposer::sourceTime(double outputTime) const {
+    double t = speedMap_.sourceTime(outputTime);
+    const auto& pieces = speedMap_.pieces();
+    if (!pieces.empty()) {
+        const auto& last = pieces.back();
+        // A cut that reaches the end of the trim must not show its first frame at the very end.
+        if (last.sourceEnd < speedMap_.sourceRange().upper && last.sourceEnd <= t)
+            t = std::max(last.sourceStart, last.sourceEnd - 1.0 / 600.0);
+    }
+    return t;
+}
+
+int FrameComposer::motionBlurSamples(double outputTime) const {
+    if (!input_.settings.motionBlur || multiSource_) return 1;
+    const double dt = 1.0 / input_.fps;
+    const auto& zooms = model_.effectiveZooms();
+    Rect a = ZoomTimeline::visibleRect(outputTime, zooms);
+    Rect b = ZoomTimeline::visibleRect(outputTime + dt, zooms);
+    double travel = (statics_.videoRect.width() / std::max(a.width(), 0.01)) *
+                    (std::fabs(b.minX() - a.minX()) + std::fabs(b.minY() - a.minY()) + std::fabs(b.width() - a.width()));
+    if (travel <= 1.5) return 1;
+    return std::min(int(std::trunc(travel * 0.25)) + 2, 6);
+}
+
+QImage FrameComposer::composeOutputFrame(double outputTime) {
+    buildStatics();
+    const int n = motionBlurSamples(outputTime);
+    if (n <= 1) return composeFrame(sourceTime(outputTime));
+    const double dt = 1.0 / input_.fps;
+    QImage mean;
+    for (int i = 0; i < n; ++i) {
+        QImage sample = composeFrame(sourceTime(outputTime + (dt / 2) * i / (n - 1)));
+        if (i == 0) mean = std::move(sample);
+        else dissolve(mean, sample, 1.0 / (i + 1));
+    }
+    return mean;
+}
+
+QImage FrameComposer::composeFrame(double t) {
+    buildStatics();
+    return multiSource_ ? composeMultiFrame(t) : composeSingleFrame(t);
+}
+
+QImage FrameComposer::composeSingleFrame(double t) {
+    FrameSource* screen = screens_.empty() ? nullptr : screens_[0];
+    const QImage* frame = screen ? screen->frame(t) : nullptr;
+    if (!frame || frame->isNull()) return statics_.plate;
+
+    const EditSettings& s = input_.settings;
+    const Rect visible = ZoomTimeline::visibleRect(speedMap_.outputTime(t), model_.effectiveZooms());
+    const Rect window{crop_.minX() + visible.minX() * crop_.width(), crop_.minY() + visible.minY() * crop_.height(),
+                      visible.width() * crop_.width(), visible.height() * crop_.height()};
+    QImage picture = statics_.plate.copy();
+    drawVideo(picture, *frame, window);
+    applyMasks(picture, t, visible, statics_.videoRect, crop_, std::nullopt);
+
+    const RenderState state = model_.state(t, s);
+    const double pointsToCanvas = statics_.videoRect.width() / std::max(input_.meta.pointWidth * crop_.width(), 1.0);
+    if (s.showCursor) {
+        if (s.clickEffect != ClickEffect::none) drawRipples(picture, state, visible, statics_.videoRect, pointsToCanvas, std::nullopt);
+        if (s.cursorStyle == CursorStyle::spotlight) drawSpotlight(picture, t, visible, pointsToCanvas);
+        if (state.cursor) drawPointer(picture, *state.cursor, state, visible, statics_.videoRect, pointsToCanvas);
+    }
+    composeCanvasOverlays(picture, t, state);
+    return picture;
+}
+
+void FrameComposer::drawVideo(QImage& picture, const QImage& frame, const Rect& window) {
+    const QRect box = statics_.videoPixels;
+    QImage video(box.size(), QImage::Format_ARGB32_Premultiplied);
+    if (video.isNull()) return;
+    video.fill(Qt::transparent);
+    const double ew = frame.width(), eh = frame.height();
+    QRectF source(ew * window.minX(), eh * window.minY(), std::max(ew * window.width(), 1.0),
+                  std::max(eh * window.height(), 1.0));
+    {
+        QPainter p(&video);
+        p.setRenderHint(QPainter::SmoothPixmapTransform, true);
+        p.translate(-box.topLeft());
+        p.drawImage(toTopLeft(statics_.videoRect, height()), frame, source);
+        // Rounded corners: keep the frame only where the video's rounded rectangle covers.
+        p.resetTransform();
+        p.setCompositionMode(QPainter::CompositionMode_DestinationIn);
+        if (!statics_.videoMask.isNull()) p.drawImage(0, 0, statics_.videoMask);
+    }
+    QPainter p(&picture);
+    p.drawImage(box.topLeft(), video);
+}
+
+void FrameComposer::applyMasks(QImage& picture, double t, const Rect& visible, const Rect& target, const Rect& crop,
+                               std::optional<int> source) {
+    const double k = target.width() / std::max(visible.width(), 0.001);
+    for (const MaskAnnotation& mask : input_.settings.masks) {
+        if (!(mask.start <= t && t <= mask.end)) continue;
+        if (source && mask.source && *mask.source != *source) continue;
+        Rect unit = mask.rect.standardized();
+        Rect relative{(unit.minX() - crop.minX()) / crop.width(), (unit.minY() - crop.minY()) / crop.height(),
+                      unit.width() / crop.width(), unit.height() / crop.height()};
+        Rect onCanvas = project(relative, visible, target).intersection(target);
+        if (onCanvas.width() <= 2 || onCanvas.height() <= 2) continue;
+        QRect region = toTopLeftPixels(onCanvas, int(height())).intersected(picture.rect());
+        if (region.isEmpty()) continue;
+        if (mask.style == MaskStyle::pixelate) {
+            // Cells start at the rectangle's lower-left corner.
+            pixellate(picture, std::max(k * 0.02, 6.0), toTopLeft(Point{onCanvas.minX(), onCanvas.minY()}, height()),
+                      region);
+        } else {
+            double sigma = sigmaForFilterRadius(std::max(k * 0.012, 3.0));
+            int margin = int(std::ceil(sigma * 3));
+            QRect around = region.adjusted(-margin, -margin, margin, margin).intersected(picture.rect());
+            QImage patch = picture.copy(around);
+            gaussianBlur(patch, sigma);
+            QPainter p(&picture);
+            p.setCompositionMode(QPainter::CompositionMode_Source);
+            p.drawImage(region.topLeft(), patch, QRect(region.topLeft() - around.topLeft(), region.size()));
+        }
+    }
+}
+
+void FrameComposer::drawRipples(QImage& picture, const RenderState& state, const Rect& visible, const Rect& target,
+                                double pointsToCanvas, std::optional<int> source) {
+    if (!statics_.clickEffect) return;
+    const QImage& art = *statics_.clickEffect;
+    const RippleLook look = input_.settings.clickEffect == ClickEffect::circle ? circleLook : rippleLook;
+    const double zoom = 1 / std::max(visible.width(), source ? 0.01 : 0.0);
+    QPainter p(&picture);
+    p.setRenderHint(QPainter::SmoothPixmapTransform, true);
+    p.setClipRect(toTopLeft(target, height()));
+    for (const auto& ripple : state.ripples) {
+        if (source && ripple.source != source) continue;
+        const double q = 1 - ripple.progress;
+        const double radius = look.base + look.growth * (1 - q * q * q);
+        const double alpha = look.peak * std::pow(q, look.exponent);
+        const double s = 2 * radius * pointsToCanvas * zoom / 200;
+        Point c = project(ripple.center, visible, target);
+        p.setOpacity(alpha);
+        drawScaled(p, art, s, c.x - art.width() / 2.0 * s, c.y - art.height() / 2.0 * s, height());
+    }
+}
+
+void FrameComposer::drawSpotlight(QImage& picture, double t, const Rect& visible, double pointsToCanvas) {
+    if (!statics_.spotlightDisc) return;
+    auto pointer = RenderModel::pointerWithLoop(model_.cursorTimeline(), t, input_.settings, duration());
+    if (!pointer) return;
+    Point u = RenderModel::inCrop(*pointer, crop_);
+    if (!insideUnit(u)) return;
+    const Rect& video = statics_.videoRect;
+    Point c = project(u, visible, video);
+    const QImage& disc = *statics_.spotlightDisc;
+    const double s = 110 * pointsToCanvas * (1 / visible.width()) * 1.3 / 256;
+    // The dim over the video with the disc cut out of it.
+    QRect box = statics_.videoPixels;
+    QImage dim(box.size(), QImage::Format_ARGB32_Premultiplied);
+    if (dim.isNull()) return;
+    dim.fill(Qt::transparent);
+    {
+        QPainter p(&dim);
+        p.translate(-box.topLeft());
+        p.fillRect(toTopLeft(video, height()), QColor(0, 0, 0, int(std::lround(0.45 * 255))));
+        p.setCompositionMode(QPainter::CompositionMode_DestinationOut);
+        p.setRenderHint(QPainter::SmoothPixmapTransform, true);
+        drawScaled(p, disc, s, c.x - disc.width() / 2.0 * s, c.y - disc.height() / 2.0 * s, height());
+    }
+    QPainter p(&picture);
+    p.drawImage(box.topLeft(), dim);
+}
+
+void FrameComposer::drawPointer(QImage& picture, Point unit, const RenderState& state, const Rect& visible,
+                                const Rect& target, double pointsToCanvas) {
+    const EditSettings& s = input_.settings;
+    auto it = statics_.cursorImages.find(state.cursorShape);
+    if (it == statics_.cursorImages.end()) it = statics_.cursorImages.find(CursorShape::arrow);
+    if (it == statics_.cursorImages.end()) return;
+    const CursorArt::Cursor& cursor = it->second;
+    const double alpha = s.cursorAutoHide ? state.cursorAlpha : 1.0;
+    if (alpha <= 0.004) return;
+    const double press = s.clickBounce ? state.pressAmount * 0.15 : 0;
+    const double zoom = 1 / std::max(visible.width(), 0.01);
+    const double w = cursor.image.width(), h = cursor.image.height();
+    const double scale = s.cursorScale * pointsToCanvas * (1 - press) * zoom * cursor.pointSize.width / w;
+    Point c = project(unit, visible, target);
+    QPainter p(&picture);
+    p.setRenderHint(QPainter::SmoothPixmapTransform, true);
+    p.setClipRect(toTopLeft(target, height()));
+    p.setOpacity(alpha >= 0.999 ? 1 : alpha);
+    drawScaled(p, cursor.image, scale, c.x - cursor.hotspotUnit.x * w * scale,
+               c.y - (1 - cursor.hotspotUnit.y) * h * scale, height());
+}
+
+void FrameComposer::composeCanvasOverlays(QImage& picture, double t, const RenderState& state) {
+    if (!statics_.borderImage.isNull()) {
+        QPainter p(&picture);
+        p.drawImage(statics_.borderTopLeft, statics_.borderImage);
+    }
+    drawWebcam(picture, t);
+    drawAnnotations(picture, t);
+    drawCaption(picture, t);
+    drawKeystroke(picture, state);
+}
+
+void FrameComposer::drawWebcam(QImage& picture, double t) {
+    if (!statics_.webcam || !camera_) return;
+    const QImage* frame = camera_->frame(t - cameraOffset_);
+    if (!frame || frame->isNull()) return;
+    const WebcamStatics& webcam = *statics_.webcam;
+    const Rect& r = webcam.rect;
+    const double ew = frame->width(), eh = frame->height();
+    const double s = eh <= 1 ? r.height() : std::max(r.width() / std::max(ew, 1.0), r.height() / eh);
+    QRectF target = toTopLeft(Rect{r.midX() - s * ew / 2, r.midY() - s * eh / 2, s * ew, s * eh}, height());
+    QPainter p(&picture);
+    if (!webcam.shadow.isNull()) p.drawImage(0, 0, webcam.shadow);
+    p.setRenderHint(QPainter::Antialiasing, true);
+    p.setRenderHint(QPainter::SmoothPixmapTransform, true);
+    p.setClipPath(webcam.path);
+    p.drawImage(target, *frame);
+}
+
+void FrameComposer::drawAnnotations(QImage& picture, double t) {
+    std::vector<CanvasAnnotation> live;
+    for (const auto& a : input_.settings.annotations)
+        if (a.alpha(t) > 0.004) live.push_back(a);
+    annotationBitmaps_.prepare(live, input_.canvasSize, 1);
+    if (live.empty()) return;
+    const double W = input_.canvasSize.width, H = height();
+    QPainter p(&picture);
+    p.setRenderHint(QPainter::SmoothPixmapTransform, true);
+    for (const auto& a : live) {
+        auto rendered = annotationBitmaps_.rendered(a, input_.package.value_or(std::filesystem::path()));
+        if (!rendered || rendered->image.isNull()) continue;
+        // Positions are stored with y from the bottom of the canvas.
+        QPointF centre(a.position.x * W, (1 - a.position.y) * H);
+        QRectF target(centre.x() - rendered->size.width / 2, centre.y() - rendered->size.height / 2,
+                      rendered->size.width, rendered->size.height);
+        double alpha = a.alpha(t);
+        p.setOpacity(alpha >= 0.999 ? 1 : alpha);
+        p.drawImage(target, rendered->image);
+    }
+}
+
+void FrameComposer::drawCaption(QImage& picture, double t) {
+    if (!input_.transcript) return;
+    const TranscriptCue* cue = input_.transcript->cue(t);
+    if (!cue || cue->text.empty()) return;
+    const AnnotationArt::Rendered* art = captionImage(*cue);
+    if (!art) return;
+    const double W = input_.canvasSize.width, H = height();
+    double x = roundHalfAway((W - art->size.width) / 2);
+    double y = roundHalfAway(H * 0.09 - art->size.height / 2);
+    QPainter p(&picture);
+    p.drawImage(QRectF(x, H - y - art->size.height, art->size.width, art->size.height), art->image);
+}
+
+void FrameComposer::drawKeystroke(QImage& picture, const RenderState& state) {
+    if (!state.keystroke) return;
+    const AnnotationArt::Rendered* art = keystrokeImage(state.keystroke->text);
+    if (!art) return;
+    const double W = input_.canvasSize.width, H = height();
+    double x = roundHalfAway((W - art->size.width) / 2);
+    double y = roundHalfAway(H * 0.17 - art->size.height / 2);
+    QPainter p(&picture);
+    double alpha = state.keystroke->alpha;
+    p.setOpacity(alpha >= 0.999 ? 1 : std::max(alpha, 0.0));
+    p.drawImage(QRectF(x, H - y - art->size.height, art->size.width, art->size.height), art->image);
+}
+
+const AnnotationArt::Rendered* FrameComposer::captionImage(const TranscriptCue& cue) {
+    auto it = captionCache_.find(cue.id);
+    if (it == captionCache_.end()) {
+        if (captionCache_.size() >= captionCacheLimit) captionCache_.clear();
+        CanvasAnnotation caption;
+        caption.kind = CanvasAnnotationKind::text;
+        caption.text = cue.text;
+        caption.size = input_.settings.captionSize;
+        caption.pill = true;
+        caption.start = 0;
+        caption.end = 1;
+        const double shorter = std::min(input_.canvasSize.width, height());
+        it = captionCache_.emplace(cue.id, AnnotationArt::render(caption, shorter, 1, captionPixels)).first;
+    }
+    return it->second ? &*it->second : nullptr;
+}
+
+const AnnotationArt::Rendered* FrameComposer::keystrokeImage(const std::string& text) {
+    auto it = keystrokeCache_.find(text);
+    if (it == keystrokeCache_.end()) {
+        if (keystrokeCache_.size() >= keystrokeCacheLimit) keystrokeCache_.clear();
+        const double shorter = std::min(input_.canvasSize.width, height());
+        it = keystrokeCache_.emplace(text, KeystrokeArt::render(text, input_.settings.keystrokeSize, shorter, 1)).first;
+    }
+    return it->second ? &*it->second : nullptr;
+}
+
+}  // namespace halvane

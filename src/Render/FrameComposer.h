@@ -1,0 +1,152 @@
+#pragma once
+
+#include "Model/EditSettings.h"
+#include "Model/RecordedEvents.h"
+#include "Model/RecordingMeta.h"
+#include "Model/RenderModel.h"
+#include "Model/SpeedMap.h"
+#include "Model/Transcript.h"
+#include "Render/AnnotationArt.h"
+#include "Render/BackgroundRenderer.h"
+#include "Render/CanvasAnnotationBitmaps.h"
+#include "Render/CardBorder.h"
+#include "Render/CursorArt.h"
+#include "Render/FrameSource.h"
+#include "Render/LiquidGlass.h"
+
+#include <QImage>
+#include <QPainterPath>
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace halvane {
+
+// What one export composes from: a snapshot of the take and its edit, and the canvas.
+struct CompositionInput {
+    RecordingMeta meta;
+    RecordedEvents events;
+    EditSettings settings;
+    std::optional<Transcript> transcript;  // only when captions are on
+    std::optional<std::filesystem::path> package;
+    Size canvasSize;  // whole even pixels
+    double fps = 60;
+};
+
+// One exported frame at any output time. The time-independent layers are built once
+// (`buildStatics`); each frame then only places, clips and blends cached pictures over the decoded
+// source frames. Canvas rectangles are in pixels with the origin at the bottom left; the pictures
+// are QImages (top-left), so every placement goes through the canvas conversion helpers.
+// Used from one thread at a time.
+class FrameComposer {
+public:
+    struct WebcamStatics {
+        Rect rect;
+        QPainterPath path;  // top-left canvas pixels
+        QImage shadow;      // full canvas, shadow outside the bubble only
+    };
+
+    struct SourceCardStatics {
+        Size referenceSize;
+        QImage mask;  // referenceSize, white rounded card on transparent
+        QImage shadow;
+        double shadowMargin = 0;
+        QImage border;
+        double borderMargin = 0;
+    };
+
+    struct Statics {
+        QImage plate;        // background, card shadow and card fill
+        QImage videoMask;    // videoPixels-sized coverage of the rounded video rectangle
+        QRect videoPixels;   // whole-pixel box around the video, top-left
+        Rect videoRect;
+        Rect canvasRect;
+        QImage borderImage;  // the band, placed at borderTopLeft
+        QPointF borderTopLeft;
+        std::optional<QImage> clickEffect;
+        std::map<CursorShape, CursorArt::Cursor> cursorImages;
+        std::optional<QImage> spotlightDisc;
+        std::optional<WebcamStatics> webcam;
+        std::vector<SourceCardStatics> multiCards;
+    };
+
+    // `screens` holds one frame source per video (entry 0 the main "screen.mov"); entries may be
+    // null. `camera` may be null.
+    FrameComposer(CompositionInput input, std::vector<FrameSource*> screens, FrameSource* camera = nullptr,
+                  double cameraOffset = 0);
+
+    const Statics& buildStatics();
+    const Statics& statics() const { return statics_; }
+
+    // The finished frame, canvas-sized, at an output time: the one entry of the export run.
+    QImage composeOutputFrame(double outputTime);
+    // The frame at a source time (single source, or multi-source when there are cards).
+    QImage composeFrame(double t);
+
+    // Output time to source time, never showing the first frame after a cut that ends the trim.
+    double sourceTime(double outputTime) const;
+    // How many compositions motion blur makes for the frame at an output time (1: none).
+    int motionBlurSamples(double outputTime) const;
+
+    const SpeedMap& speedMap() const { return speedMap_; }
+    const RenderModel& renderModel() const { return model_; }
+
+    // A unit point or rectangle of the source seen through `visible` and mapped into `target`
+    // (canvas, bottom-left). A rectangle's result has its lower corner as origin.
+    static Point project(Point p, const Rect& visible, const Rect& target);
+    static Rect project(const Rect& r, const Rect& visible, const Rect& target);
+
+private:
+    struct FrameContext;
+
+    void buildPlateAndMask(const QImage* background);
+    void buildBorder(const std::optional<CardBorder::Band>& band, const QImage* background);
+    void buildPointerArt();
+    void buildWebcam();
+    void buildMultiCards(const QImage* background);
+
+    QImage composeSingleFrame(double t);
+    QImage composeMultiFrame(double t);
+    void composeCanvasOverlays(QImage& picture, double t, const RenderState& state);
+
+    void drawVideo(QImage& picture, const QImage& frame, const Rect& window);
+    void applyMasks(QImage& picture, double t, const Rect& visible, const Rect& target, const Rect& crop,
+                    std::optional<int> source);
+    void drawRipples(QImage& picture, const RenderState& state, const Rect& visible, const Rect& target,
+                     double pointsToCanvas, std::optional<int> source);
+    void drawSpotlight(QImage& picture, double t, const Rect& visible, double pointsToCanvas);
+    void drawPointer(QImage& picture, Point unit, const RenderState& state, const Rect& visible, const Rect& target,
+                     double pointsToCanvas);
+    void drawWebcam(QImage& picture, double t);
+    void drawAnnotations(QImage& picture, double t);
+    void drawCaption(QImage& picture, double t);
+    void drawKeystroke(QImage& picture, const RenderState& state);
+
+    const AnnotationArt::Rendered* captionImage(const TranscriptCue& cue);
+    const AnnotationArt::Rendered* keystrokeImage(const std::string& text);
+
+    double height() const { return input_.canvasSize.height; }
+    double duration() const { return input_.meta.duration; }
+    std::vector<double> sourceAspects() const;
+
+    CompositionInput input_;
+    std::vector<FrameSource*> screens_;
+    FrameSource* camera_;
+    double cameraOffset_;
+    RenderModel model_;
+    SpeedMap speedMap_;
+    Rect crop_;
+    bool multiSource_;
+    BackgroundRenderer backgrounds_;
+    LiquidGlass liquid_;
+    CanvasAnnotationBitmaps annotationBitmaps_;
+    std::map<Uuid, std::optional<AnnotationArt::Rendered>> captionCache_;
+    std::map<std::string, std::optional<AnnotationArt::Rendered>> keystrokeCache_;
+    Statics statics_;
+    bool built_ = false;
+};
+
+}  // namespace halvane

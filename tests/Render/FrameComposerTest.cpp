@@ -1,0 +1,238 @@
+#include "Model/FocusTimeline.h"
+#include "Render/CanvasLayout.h"
+#include "Render/FrameComposer.h"
+#include "support/GuiApplication.h"
+
+#include <gtest/gtest.h>
+
+#include <QColor>
+#include <QPainter>
+
+#include <functional>
+
+using namespace halvane;
+
+namespace {
+
+// Frames made on demand from a function of time.
+class FunctionFrames : public FrameSource {
+public:
+    explicit FunctionFrames(std::function<QImage(double)> make) : make_(std::move(make)) {}
+    const QImage* frame(double t) override {
+        current_ = make_(t);
+        return current_.isNull() ? nullptr : &current_;
+    }
+
+private:
+    std::function<QImage(double)> make_;
+    QImage current_;
+};
+
+QImage solidFrame(QColor c, int w = 320, int h = 200) {
+    QImage image(w, h, QImage::Format_ARGB32_Premultiplied);
+    image.fill(c);
+    return image;
+}
+
+// Left half green, right half red.
+QImage splitFrame() {
+    QImage image = solidFrame(Qt::red);
+    QPainter p(&image);
+    p.fillRect(0, 0, 160, 200, Qt::green);
+    return image;
+}
+
+QImage checkerFrame() {
+    QImage image = solidFrame(Qt::white);
+    QPainter p(&image);
+    for (int y = 0; y < 200; y += 2)
+        for (int x = (y / 2) % 2 * 2; x < 320; x += 4) p.fillRect(x, y, 2, 2, Qt::black);
+    return image;
+}
+
+QColor pixel(const QImage& image, Point canvasPoint) {
+    return QColor::fromRgba(image.pixel(int(canvasPoint.x), int(image.height() - 1 - canvasPoint.y)));
+}
+
+class FrameComposerTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { test::ensureGuiApplication(); }
+
+    FrameComposerTest() {
+        input.meta.pixelWidth = 320;
+        input.meta.pixelHeight = 200;
+        input.meta.pointWidth = 320;
+        input.meta.pointHeight = 200;
+        input.meta.scale = 1;
+        input.meta.duration = 10;
+        input.settings.background = CanvasBackground::solid("#0000FF");
+        input.settings.padding = 0.1;
+        input.settings.shadow = 0;
+        input.settings.cornerRadiusFraction = 0;
+        input.settings.showCursor = false;
+        input.settings.showKeystrokes = false;
+        input.canvasSize = {640, 400};
+        input.fps = 30;
+    }
+
+    CardLayout layout() const { return CanvasLayout::cardLayout(input.canvasSize, input.meta, input.settings); }
+
+    CompositionInput input;
+};
+
+}  // namespace
+
+TEST_F(FrameComposerTest, CardAndVideoStandWhereTheGeometrySays) {
+    FunctionFrames frames([](double) { return solidFrame(Qt::red); });
+    FrameComposer composer(input, {&frames});
+    QImage frame = composer.composeOutputFrame(1);
+    ASSERT_EQ(frame.size(), QSize(640, 400));
+    const Rect video = layout().video;
+    EXPECT_EQ(composer.buildStatics().videoRect, video);
+    EXPECT_EQ(pixel(frame, video.center()), QColor(Qt::red));
+    EXPECT_EQ(pixel(frame, {video.minX() + 2, video.minY() + 2}), QColor(Qt::red));
+    // Just outside the card the background shows.
+    EXPECT_EQ(pixel(frame, {video.minX() - 3, video.midY()}), QColor(Qt::blue));
+    EXPECT_EQ(pixel(frame, {5, 5}), QColor(Qt::blue));
+}
+
+TEST_F(FrameComposerTest, NoFrameGivesThePlate) {
+    FunctionFrames none([](double) { return QImage(); });
+    FrameComposer composer(input, {&none});
+    QImage frame = composer.composeOutputFrame(1);
+    // The card fill stands where the video would be.
+    QColor fill = pixel(frame, layout().video.center());
+    EXPECT_LT(fill.red(), 30);
+    EXPECT_LT(fill.blue(), 30);
+}
+
+TEST_F(FrameComposerTest, ZoomShowsTheTargetedRegion) {
+    FunctionFrames frames([](double) { return splitFrame(); });
+    {
+        FrameComposer plain(input, {&frames});
+        QImage frame = plain.composeOutputFrame(5);
+        const Rect v = layout().video;
+        EXPECT_EQ(pixel(frame, {v.minX() + v.width() * 0.75, v.midY()}), QColor(Qt::red));
+    }
+    ZoomSegment zoom;
+    zoom.start = 0;
+    zoom.end = 10;
+    zoom.level = 2;
+    zoom.target = {0.25, 0.5};
+    input.settings.zooms = {zoom};
+    FrameComposer zoomed(input, {&frames});
+    QImage frame = zoomed.composeOutputFrame(5);
+    const Rect v = layout().video;
+    // Only the left (green) half of the source fills the video now.
+    for (double fx : {0.05, 0.5, 0.95}) EXPECT_EQ(pixel(frame, {v.minX() + v.width() * fx, v.midY()}), QColor(Qt::green)) << fx;
+}
+
+TEST_F(FrameComposerTest, PointerJustOutsideTheSourceDrawsFurtherOutDoesNot) {
+    input.settings.showCursor = true;
+    input.settings.clickEffect = ClickEffect::none;
+    input.settings.cursorSmoothness = 0;
+    FunctionFrames frames([](double) { return solidFrame(Qt::white); });
+    auto compose = [&](std::optional<double> x) {
+        CompositionInput in = input;
+        if (x) {
+            for (double t = 0; t <= 10; t += 1.0 / 120) in.events.samples.push_back({t, *x, 0.5});
+        }
+        FrameComposer composer(in, {&frames});
+        return composer.composeOutputFrame(5);
+    };
+    QImage none = compose(std::nullopt);
+    QImage nearEdge = compose(-0.01);
+    QImage farOut = compose(-0.03);
+    EXPECT_NE(none, nearEdge);
+    EXPECT_EQ(none, farOut);
+}
+
+TEST_F(FrameComposerTest, MasksUnderTwoPixelsVanish) {
+    FunctionFrames frames([](double) { return checkerFrame(); });
+    FrameComposer plainComposer(input, {&frames});
+    QImage plain = plainComposer.composeOutputFrame(5);
+    auto withMask = [&](double size, MaskStyle style) {
+        CompositionInput in = input;
+        MaskAnnotation mask;
+        mask.start = 0;
+        mask.end = 10;
+        mask.rect = {0.4, 0.4, size, size};
+        mask.style = style;
+        in.settings.masks = {mask};
+        FrameComposer composer(in, {&frames});
+        return composer.composeOutputFrame(5);
+    };
+    // 512 canvas pixels show 320 source pixels: 0.003 of the width is 1.5 pixels.
+    EXPECT_EQ(withMask(0.003, MaskStyle::pixelate), plain);
+    EXPECT_EQ(withMask(0.003, MaskStyle::blur), plain);
+    QImage pixellated = withMask(0.2, MaskStyle::pixelate);
+    QImage blurred = withMask(0.2, MaskStyle::blur);
+    EXPECT_NE(pixellated, plain);
+    EXPECT_NE(blurred, plain);
+    // Outside the mask nothing changes.
+    const Rect v = layout().video;
+    Point outside{v.minX() + 3, v.minY() + 3};
+    EXPECT_EQ(pixel(blurred, outside), pixel(plain, outside));
+    // Blurring a fine checker gives grey inside.
+    QColor inside = pixel(blurred, {v.minX() + v.width() * 0.5, v.maxY() - v.height() * 0.5});
+    EXPECT_GT(inside.red(), 60);
+    EXPECT_LT(inside.red(), 200);
+}
+
+TEST_F(FrameComposerTest, TrailingCutShowsTheFrameJustBeforeIt) {
+    CutSegment cut;
+    cut.start = 8;
+    cut.end = 10;
+    input.settings.cuts = {cut};
+    FunctionFrames frames([](double) { return solidFrame(Qt::red); });
+    FrameComposer composer(input, {&frames});
+    const double end = composer.speedMap().outputDuration();
+    EXPECT_NEAR(end, 8, 1e-9);
+    EXPECT_NEAR(composer.sourceTime(end), 8 - 1.0 / 600, 1e-9);
+    EXPECT_NEAR(composer.sourceTime(4), 4, 1e-9);
+}
+
+TEST_F(FrameComposerTest, StillViewAddsNoMotionBlurSamples) {
+    input.settings.motionBlur = true;
+    FunctionFrames frames([](double) { return solidFrame(Qt::red); });
+    FrameComposer still(input, {&frames});
+    still.buildStatics();
+    EXPECT_EQ(still.motionBlurSamples(5), 1);
+
+    ZoomSegment zoom;
+    zoom.start = 1;
+    zoom.end = 9;
+    zoom.level = 2;
+    zoom.target = {0.3, 0.3};
+    input.settings.zooms = {zoom};
+    FrameComposer moving(input, {&frames});
+    moving.buildStatics();
+    int most = 1;
+    for (double t = 0.5; t < 2.5; t += 1.0 / 30) most = std::max(most, moving.motionBlurSamples(t));
+    EXPECT_GT(most, 1);
+    EXPECT_LE(most, 6);
+}
+
+TEST_F(FrameComposerTest, LateStartingCardShowsTheCardFill) {
+    input.meta.mode = "windows";
+    input.meta.version = 2;
+    input.meta.sources = {RecordingSource{"screen.mov", "A", 320, 200, 320, 200, 0},
+                          RecordingSource{"screen-2.mov", "B", 320, 200, 320, 200, 5}};
+    FunctionFrames first([](double) { return solidFrame(Qt::red); });
+    FunctionFrames second([](double t) { return t < 0 ? QImage() : solidFrame(Qt::green); });
+    FrameComposer composer(input, {&first, &second});
+    QImage early = composer.composeFrame(2);
+    QImage late = composer.composeFrame(7);
+    auto places = FocusTimeline::placements(2, input.settings.focusSwitches, {1.6, 1.6}, input.canvasSize,
+                                            input.settings.padding);
+    ASSERT_EQ(places.size(), 2u);
+    // The back card peeks out above the front one.
+    const Rect back = places[1].rect, front = places[0].rect;
+    ASSERT_GT(back.maxY(), front.maxY() + 4);
+    Point middle{back.midX(), (back.maxY() + std::max(front.maxY(), back.minY())) / 2};
+    QColor before = pixel(early, middle);
+    QColor after = pixel(late, middle);
+    EXPECT_LT(before.green(), 40);
+    EXPECT_LT(before.red(), 40);
+    EXPECT_GT(after.green(), before.green() + 40);
+}
