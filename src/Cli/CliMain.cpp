@@ -10,6 +10,7 @@ namespace {
 
 // One row per subcommand, in the order `--help` lists them.
 const CliCommand commands[] = {
+    {"info", "print what a recording package holds", runInfo},
     {nullptr, nullptr, nullptr},
 };
 

@@ -8,4 +8,6 @@ namespace halvane::cli {
 
 using Args = std::vector<std::string>;
 
+int runInfo(const Args&);
+
 }  // namespace halvane::cli

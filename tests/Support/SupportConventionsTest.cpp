@@ -1,0 +1,123 @@
+// The shared helpers every record and view leans on: colour hex forms, time labels, the JSON
+// conventions, atomic writes and the Unicode text rules.
+#include "Support/AtomicFile.h"
+#include "Support/Color.h"
+#include "Support/HalvaneError.h"
+#include "Support/Json.h"
+#include "Support/Localization.h"
+#include "Support/TextRules.h"
+#include "Support/TimeFormat.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+using namespace halvane;
+namespace fs = std::filesystem;
+
+namespace {
+
+TEST(ColorHex, SixDigitsWithOptionalHashElseGrey) {
+    EXPECT_EQ(Color::fromHex("  #FF8000\n"), (Color{1, 128 / 255.0, 0, 1}));
+    EXPECT_EQ(Color::fromHex("ff8000"), Color::fromHex("#FF8000"));
+    const Color grey{0.5, 0.5, 0.5, 1};
+    for (const char* bad : {"", "#", "#FFF", "#FF80001", "##FF8000", "#GG8000", "# FF8000"}) EXPECT_EQ(Color::fromHex(bad), grey) << bad;
+    EXPECT_EQ((Color{1, 0.5, 0.001, 0.3}).hexString(), "#FF8000");
+    EXPECT_EQ(Color::fromHex("#12AbEf").hexString(), "#12ABEF");
+}
+
+TEST(TimeFormat, TruncatesTenthsAndClampsNegatives) {
+    EXPECT_EQ(formatTime(-4), "0:00");
+    EXPECT_EQ(formatTime(59.99), "0:59");
+    EXPECT_EQ(formatTime(59.99, true), "0:59.9");
+    EXPECT_EQ(formatTime(61.25, true), "1:01.2");
+    EXPECT_EQ(formatTime(3600), "60:00");
+}
+
+TEST(JsonConventions, ShapesOfGeometryDatesAndUuids) {
+    EXPECT_EQ(dumpJson(toJson(Rect{1, 2, 3, 4})), "[[1.0,2.0],[3.0,4.0]]");
+    Rect r;
+    fromJson(parseJson("[[1,2],[3,4]]"), r);
+    EXPECT_EQ(r, (Rect{1, 2, 3, 4}));
+    EXPECT_THROW(fromJson(parseJson("[1,2,3,4]"), r), JsonDecodeError);
+    Date d;
+    fromJson(parseJson("\"2024-05-01T09:30:00.75+02:00\""), d);
+    EXPECT_EQ(dumpJson(toJson(d)), "\"2024-05-01T07:30:00Z\"");
+    auto u = Uuid::parse("6f9619ff-8b86-d011-b42d-00c04fc964ff");
+    ASSERT_TRUE(u);
+    EXPECT_EQ(u->string(), "6F9619FF-8B86-D011-B42D-00C04FC964FF");
+    int whole = 0;
+    fromJson(parseJson("3.0"), whole);
+    EXPECT_EQ(whole, 3);
+    EXPECT_THROW(fromJson(parseJson("3.5"), whole), JsonDecodeError);
+}
+
+TEST(JsonConventions, TaggedValuesNeedExactlyOneKey) {
+    Json solid = parseJson(R"({"solid":{"_0":"#000000"}})");
+    auto t = decodeTagged(solid);  // points into `solid`
+    EXPECT_EQ(t.caseName, "solid");
+    EXPECT_EQ(*t.payload, "#000000");
+    try {
+        decodeTagged(parseJson(R"({"a":{"_0":1},"b":{"_0":2}})"));
+        FAIL();
+    } catch (const JsonDecodeError& e) {
+        EXPECT_STREQ(e.what(), "Invalid number of keys found, expected one.");
+    }
+    EXPECT_THROW(decodeTagged(parseJson("{}")), JsonDecodeError);
+    EXPECT_EQ(dumpJson(encodeTagged("image", "background.png")), R"({"image":{"_0":"background.png"}})");
+}
+
+TEST(JsonConventions, LenientKeysKeepDefaultsAndOptionalsStayOut) {
+    Json j = parseJsonObject(R"({"n":"7","m":null,"k":4})");
+    JsonObjectReader r(j);
+    int n = 1, m = 2, k = 3, missing = 5;
+    EXPECT_FALSE(r.lenient("n", n));
+    EXPECT_FALSE(r.lenient("m", m));
+    EXPECT_TRUE(r.lenient("k", k));
+    EXPECT_FALSE(r.lenient("absent", missing));
+    EXPECT_EQ((std::array{n, m, k, missing}), (std::array{1, 2, 4, 5}));
+    EXPECT_THROW(r.required("absent", n), JsonDecodeError);
+    Json out = Json::object();
+    putOptional(out, "x", std::optional<int>{});
+    EXPECT_EQ(dumpJson(out), "{}");
+    EXPECT_THROW(parseJsonObject("[]"), JsonDecodeError);
+}
+
+TEST(AtomicFile, ReplacesWholeAndLeavesNothingBehindOnFailure) {
+    test::TemporaryDirectory dir;
+    fs::path file = dir / "record.json";
+    writeFileAtomically(file, "first");
+    writeFileAtomically(file, "second");
+    EXPECT_EQ(readFile(file), "second");
+    EXPECT_THROW(writeFileAtomically(dir / "missing" / "record.json", "x"), HalvaneError);
+    fs::create_directory(dir / "occupied");
+    EXPECT_THROW(writeFileAtomically(dir / "occupied", "x"), HalvaneError);
+    int entries = 0;
+    for ([[maybe_unused]] const auto& e : fs::directory_iterator(dir.path())) ++entries;
+    EXPECT_EQ(entries, 2);  // the record and the folder: no temporary left over
+    try {
+        readFile(dir / "nope.json");
+        FAIL();
+    } catch (const HalvaneError& e) {
+        EXPECT_NE(std::string(e.what()).find("nope.json"), std::string::npos);
+    }
+}
+
+TEST(TextRules, UnicodeWhitespaceAndControlCharacters) {
+    EXPECT_EQ(trimmedWhitespaceAndNewlines("\u2028 \tName\u00A0\r\n"), "Name");
+    EXPECT_EQ(trimmedWhitespaceAndNewlines("   "), "");
+    EXPECT_EQ(trimmedWhitespaceAndNewlines("a b"), "a b");
+    EXPECT_TRUE(containsControlCharacter("a\x7F"));
+    EXPECT_TRUE(containsControlCharacter("a\u200Eb"));   // left-to-right mark, a format character
+    EXPECT_TRUE(containsControlCharacter("\xC2\x85"));   // next line, C1
+    EXPECT_TRUE(containsControlCharacter("\xE2\x28\xA1"));  // not UTF-8
+    EXPECT_FALSE(containsControlCharacter("Café ☕ 🎬"));
+}
+
+TEST(LocalizationStrings, KeysStandForThemselvesUntilTranslated) {
+    EXPECT_EQ(Localization::string("no.such.key"), "no.such.key");
+    EXPECT_NE(Localization::string("recording.rename.invalidName"), "recording.rename.invalidName");
+}
+
+}  // namespace
