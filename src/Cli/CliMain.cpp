@@ -11,6 +11,7 @@ namespace {
 // One row per subcommand, in the order `--help` lists them.
 const CliCommand commands[] = {
     {"info", "print what a recording package holds", runInfo},
+    {"annotate", "flatten image marks onto a picture as PNG", runAnnotate},
     {nullptr, nullptr, nullptr},
 };
 

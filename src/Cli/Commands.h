@@ -10,4 +10,6 @@ using Args = std::vector<std::string>;
 
 int runInfo(const Args&);
 
+int runAnnotate(const Args&);
+
 }  // namespace halvane::cli
