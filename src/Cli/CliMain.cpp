@@ -11,6 +11,7 @@ namespace {
 // One row per subcommand, in the order `--help` lists them.
 const CliCommand commands[] = {
     {"info", "print what a recording package holds", runInfo},
+    {"record", "record a take from the X server into a new package", runRecord},
     {"annotate", "flatten image marks onto a picture as PNG", runAnnotate},
     {nullptr, nullptr, nullptr},
 };

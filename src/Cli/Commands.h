@@ -10,6 +10,8 @@ using Args = std::vector<std::string>;
 
 int runInfo(const Args&);
 
+int runRecord(const Args&);
+
 int runAnnotate(const Args&);
 
 }  // namespace halvane::cli
