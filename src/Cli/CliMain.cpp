@@ -13,6 +13,7 @@ const CliCommand commands[] = {
     {"info", "print what a recording package holds", runInfo},
     {"record", "record a take from the X server into a new package", runRecord},
     {"annotate", "flatten image marks onto a picture as PNG", runAnnotate},
+    {"state", "print the render state at output times", runState},
     {nullptr, nullptr, nullptr},
 };
 

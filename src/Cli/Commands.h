@@ -14,4 +14,6 @@ int runRecord(const Args&);
 
 int runAnnotate(const Args&);
 
+int runState(const Args&);
+
 }  // namespace halvane::cli
