@@ -7,13 +7,40 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
+#include <atomic>
 #include <cstring>
 
 namespace halvane {
 
+// One shared memory segment of a full picture. A picture handed out keeps its segment alive (and
+// marked busy) until the last copy of that picture goes.
+struct X11ScreenGrabber::Segment {
+    xcb_shm_seg_t id = 0;
+    uint8_t* bytes = nullptr;
+    std::atomic<bool> busy{false};
+    ~Segment() {
+        if (bytes) shmdt(bytes);
+    }
+};
+
+namespace {
+
+struct PictureHold {
+    std::shared_ptr<void> segment;
+    std::atomic<bool>* busy;
+};
+
+void releasePicture(void* info) {
+    auto* hold = static_cast<PictureHold*>(info);
+    hold->busy->store(false);
+    delete hold;
+}
+
+}  // namespace
+
 X11ScreenGrabber::X11ScreenGrabber(std::shared_ptr<X11Connection> connection, QRect rootArea)
     : x_(std::move(connection)), size_(rootArea.size()), origin_(rootArea.topLeft()) {
-    attachSegment();
+    segments_.push_back(attachSegment());
 }
 
 X11ScreenGrabber::X11ScreenGrabber(std::shared_ptr<X11Connection> connection, xcb_window_t window, QSize size)
@@ -25,46 +52,63 @@ X11ScreenGrabber::X11ScreenGrabber(std::shared_ptr<X11Connection> connection, xc
     // Automatic redirection keeps the screen looking as before while every window gets a pixmap.
     xcb_composite_redirect_subwindows(c, x_->root(), XCB_COMPOSITE_REDIRECT_AUTOMATIC);
     xcb_flush(c);
-    attachSegment();
+    segments_.push_back(attachSegment());
 }
 
 X11ScreenGrabber::~X11ScreenGrabber() {
-    if (segment_ && !x_->isBroken()) {
-        xcb_shm_detach(x_->get(), segment_);
+    if (!x_->isBroken()) {
+        for (const auto& segment : segments_) xcb_shm_detach(x_->get(), segment->id);
         xcb_flush(x_->get());
     }
-    if (shmBytes_) shmdt(shmBytes_);
 }
 
 void X11ScreenGrabber::fail(const std::string& why) const {
     throw HalvaneError("Screen capture of \"" + x_->displayName() + "\" failed: " + why + ".", 1);
 }
 
-void X11ScreenGrabber::attachSegment() {
+std::shared_ptr<X11ScreenGrabber::Segment> X11ScreenGrabber::attachSegment() {
     if (size_.width() <= 0 || size_.height() <= 0) fail("the capture area is empty");
     if (!x_->hasExtension("MIT-SHM")) fail("the X server has no MIT-SHM extension");
     size_t bytes = static_cast<size_t>(size_.width()) * size_.height() * 4;
-    shmID_ = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0600);
-    if (shmID_ < 0) fail("no shared memory segment");
-    shmBytes_ = static_cast<uint8_t*>(shmat(shmID_, nullptr, 0));
+    int shmID = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0600);
+    if (shmID < 0) fail("no shared memory segment");
+    auto segment = std::make_shared<Segment>();
+    void* mapped = shmat(shmID, nullptr, 0);
     // Marked for removal at once: it lives until both sides detach, so a crash leaks nothing.
-    shmctl(shmID_, IPC_RMID, nullptr);
-    if (shmBytes_ == reinterpret_cast<uint8_t*>(-1)) {
-        shmBytes_ = nullptr;
-        fail("shared memory could not be mapped");
-    }
-    segment_ = xcb_generate_id(x_->get());
-    auto cookie = xcb_shm_attach_checked(x_->get(), segment_, static_cast<uint32_t>(shmID_), 0);
+    shmctl(shmID, IPC_RMID, nullptr);
+    if (mapped == reinterpret_cast<void*>(-1)) fail("shared memory could not be mapped");
+    segment->bytes = static_cast<uint8_t*>(mapped);
+    segment->id = xcb_generate_id(x_->get());
+    auto cookie = xcb_shm_attach_checked(x_->get(), segment->id, static_cast<uint32_t>(shmID), 0);
     if (auto* error = xcb_request_check(x_->get(), cookie)) {
         free(error);
-        segment_ = 0;
         fail("the X server could not attach shared memory");
     }
+    return segment;
+}
+
+std::shared_ptr<X11ScreenGrabber::Segment> X11ScreenGrabber::freeSegment() {
+    for (const auto& segment : segments_)
+        if (!segment->busy.load()) return segment;
+    if (static_cast<int>(segments_.size()) >= maxSharedSegments) return nullptr;
+    segments_.push_back(attachSegment());
+    return segments_.back();
 }
 
 QImage X11ScreenGrabber::grab() {
     if (x_->isBroken()) fail("the connection to the X server was lost");
-    if (!window_) return grabDrawable(x_->root(), origin_.x(), origin_.y(), size_.width(), size_.height());
+    if (!window_) {
+        auto segment = freeSegment();
+        if (!segment) {
+            // Every shared picture is still in use: fetch into the first and hand out a copy.
+            fetch(x_->root(), *segments_.front(), origin_.x(), origin_.y(), size_.width(), size_.height());
+            return QImage(segments_.front()->bytes, size_.width(), size_.height(), size_.width() * 4, QImage::Format_RGB32).copy();
+        }
+        fetch(x_->root(), *segment, origin_.x(), origin_.y(), size_.width(), size_.height());
+        segment->busy.store(true);
+        auto* hold = new PictureHold{segment, &segment->busy};
+        return QImage(segment->bytes, size_.width(), size_.height(), size_.width() * 4, QImage::Format_RGB32, releasePicture, hold);
+    }
 
     auto* c = x_->get();
     XcbReply<xcb_get_geometry_reply_t> geometry(xcb_get_geometry_reply(c, xcb_get_geometry(c, *window_), nullptr));
@@ -77,21 +121,26 @@ QImage X11ScreenGrabber::grab() {
     }
     int width = std::min<int>(geometry->width, size_.width());
     int height = std::min<int>(geometry->height, size_.height());
-    QImage picture;
+    const Segment& segment = *segments_.front();
     try {
-        picture = grabDrawable(pixmap, 0, 0, width, height);
+        fetch(pixmap, segment, 0, 0, width, height);
     } catch (...) {
         xcb_free_pixmap(c, pixmap);
         throw;
     }
     xcb_free_pixmap(c, pixmap);
+    // A window that changed size since the start is cut or padded to the movie's size.
+    QImage picture(size_, QImage::Format_RGB32);
+    if (width != size_.width() || height != size_.height()) picture.fill(Qt::black);
+    for (int row = 0; row < height; ++row)
+        std::memcpy(picture.scanLine(row), segment.bytes + static_cast<size_t>(row) * width * 4, static_cast<size_t>(width) * 4);
     return picture;
 }
 
-QImage X11ScreenGrabber::grabDrawable(xcb_drawable_t drawable, int x, int y, int width, int height) {
+void X11ScreenGrabber::fetch(xcb_drawable_t drawable, const Segment& segment, int x, int y, int width, int height) {
     auto* c = x_->get();
     auto cookie = xcb_shm_get_image(c, drawable, static_cast<int16_t>(x), static_cast<int16_t>(y), static_cast<uint16_t>(width),
-                                    static_cast<uint16_t>(height), ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, segment_, 0);
+                                    static_cast<uint16_t>(height), ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, segment.id, 0);
     xcb_generic_error_t* error = nullptr;
     XcbReply<xcb_shm_get_image_reply_t> reply(xcb_shm_get_image_reply(c, cookie, &error));
     if (!reply) {
@@ -99,16 +148,6 @@ QImage X11ScreenGrabber::grabDrawable(xcb_drawable_t drawable, int x, int y, int
         free(error);
         fail(broken ? "the connection to the X server was lost" : "the area is no longer on screen");
     }
-    QImage picture(size_, QImage::Format_RGB32);
-    if (width != size_.width() || height != size_.height()) picture.fill(Qt::black);
-    const size_t rowBytes = static_cast<size_t>(width) * 4;
-    for (int row = 0; row < height; ++row) {
-        auto* dst = reinterpret_cast<uint32_t*>(picture.scanLine(row));
-        const auto* src = reinterpret_cast<const uint32_t*>(shmBytes_ + row * rowBytes);
-        // Depth-24 pixels leave the top byte undefined; RGB32 wants it opaque.
-        for (int i = 0; i < width; ++i) dst[i] = src[i] | 0xFF000000u;
-    }
-    return picture;
 }
 
 }  // namespace halvane

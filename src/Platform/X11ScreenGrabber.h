@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace halvane {
 
@@ -23,18 +24,22 @@ public:
     QSize pixelSize() const override { return size_; }
     QImage grab() override;
 
+    // Pictures of a root area share their memory with the server (no copy); at most this many
+    // may be alive at once before grabs fall back to copying.
+    static constexpr int maxSharedSegments = 12;
+
 private:
-    void attachSegment();
-    QImage grabDrawable(xcb_drawable_t drawable, int x, int y, int width, int height);
+    struct Segment;
+    std::shared_ptr<Segment> attachSegment();
+    std::shared_ptr<Segment> freeSegment();
+    void fetch(xcb_drawable_t drawable, const Segment& segment, int x, int y, int width, int height);
     [[noreturn]] void fail(const std::string& why) const;
 
     std::shared_ptr<X11Connection> x_;
     QSize size_;
     QPoint origin_;
     std::optional<xcb_window_t> window_;
-    xcb_shm_seg_t segment_ = 0;
-    int shmID_ = -1;
-    uint8_t* shmBytes_ = nullptr;
+    std::vector<std::shared_ptr<Segment>> segments_;
 };
 
 }  // namespace halvane
