@@ -321,6 +321,25 @@ TEST(MeshWallpaper, VignetteDarkensTheCornersAndGrainIsFixed) {
     EXPECT_NEAR(mean / (128 * 128), 127.5, 3);
 }
 
+TEST(MeshWallpaper, GrainTilesFromTheBottomLeftInOverlayThenPlus) {
+    WallpaperPreset flat{"flat", "Flat", "#906040", "#906040", {}, 0};
+    auto image = MeshWallpaper::image(flat, {300, 200});
+    ASSERT_TRUE(image);
+    const QImage& tile = MeshWallpaper::grainTile();
+    auto expected = [](int d, int g) {
+        const double cb = d / 255.0, cs = g / 255.0;
+        const double overlay = cb <= 0.5 ? 2 * cb * cs : 1 - 2 * (1 - cb) * (1 - cs);
+        return static_cast<int>(std::lround((cb + 0.055 * (overlay - cb) + 0.016 * cs) * 255));
+    };
+    // The bottom row of the picture is the bottom row of a tile; 200 rows up, row 56 of a tile.
+    for (int x : {0, 77, 130, 299}) {
+        const int g = qRed(tile.pixel(x % 128, 127));
+        EXPECT_NEAR(qRed(image->pixel(x, 199)), expected(0x90, g), 1) << x;
+        EXPECT_NEAR(qBlue(image->pixel(x, 199)), expected(0x40, g), 1) << x;
+        EXPECT_NEAR(qGreen(image->pixel(x, 0)), expected(0x60, qRed(tile.pixel(x % 128, 56))), 1) << x;
+    }
+}
+
 TEST(MeshWallpaper, BlurSmoothsTheGrainAndTheEdgesStayOpaque) {
     BackgroundRenderer renderer;
     QImage sharp = render(renderer, CanvasBackground::wallpaper("slate"), {160, 90});
