@@ -14,6 +14,7 @@ const CliCommand commands[] = {
     {"record", "record a take from the X server into a new package", runRecord},
     {"annotate", "flatten image marks onto a picture as PNG", runAnnotate},
     {"state", "print the render state at output times", runState},
+    {"stitch", "stitch scrolled frames into one tall picture", runStitch},
     {nullptr, nullptr, nullptr},
 };
 

@@ -16,4 +16,6 @@ int runAnnotate(const Args&);
 
 int runState(const Args&);
 
+int runStitch(const Args&);
+
 }  // namespace halvane::cli
