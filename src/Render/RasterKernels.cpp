@@ -103,11 +103,12 @@ bool maskBlend(QImage& destination, const QImage& source, const QImage& mask) {
     ensurePremultiplied(destination);
     const QImage s = premultipliedView(source);
     const QImage m = greyView(mask);
+    const int width = destination.width();
     for (int y = 0; y < destination.height(); ++y) {
         uchar* d = destination.scanLine(y);
         const uchar* src = s.constScanLine(y);
         const uchar* weights = m.constScanLine(y);
-        for (int x = 0; x < destination.width(); ++x)
+        for (int x = 0; x < width; ++x)
             for (int c = 0; c < 4; ++c) d[x * 4 + c] = blendByte(src[x * 4 + c], d[x * 4 + c], weights[x]);
     }
     return true;
@@ -140,22 +141,23 @@ bool dissolve(QImage& mean, const QImage& sample, double weight) {
 }
 
 QImage tintedShadow(const QImage& shapeAlpha, double sigma, const QColor& color) {
-    QImage alpha = shapeAlpha.format() == QImage::Format_Alpha8 ? shapeAlpha.copy()
+    QImage alpha = shapeAlpha.format() == QImage::Format_Alpha8 ? shapeAlpha
                                                                 : shapeAlpha.convertToFormat(QImage::Format_Alpha8);
     gaussianBlur(alpha, sigma);
     QImage out(alpha.size(), QImage::Format_ARGB32_Premultiplied);
     if (out.isNull()) return out;
+    // One tinted pixel per alpha level.
     const QColor rgb = color.toRgb();
     const uint32_t ca = static_cast<uint32_t>(rgb.alpha());
     const uint32_t premul[3] = {div255(rgb.blue() * ca), div255(rgb.green() * ca), div255(rgb.red() * ca)};
+    uint32_t tint[256];
+    for (uint32_t v = 0; v < 256; ++v)
+        tint[v] = div255(premul[0] * v) | div255(premul[1] * v) << 8 | div255(premul[2] * v) << 16 | div255(ca * v) << 24;
+    const int width = alpha.width();
     for (int y = 0; y < alpha.height(); ++y) {
         const uchar* a = alpha.constScanLine(y);
         auto* row = reinterpret_cast<uint32_t*>(out.scanLine(y));
-        for (int x = 0; x < alpha.width(); ++x) {
-            uint32_t v = a[x];
-            row[x] = div255(premul[0] * v) | div255(premul[1] * v) << 8 | div255(premul[2] * v) << 16 |
-                     div255(ca * v) << 24;
-        }
+        for (int x = 0; x < width; ++x) row[x] = tint[a[x]];
     }
     return out;
 }
@@ -165,9 +167,10 @@ void drawPathShadow(QImage& target, const QPainterPath& path, const ShadowSpec& 
     const QPainterPath placed = transform.map(path);
     const QRect area = shadowMaskArea(target, placed.boundingRect(), spec);
     if (area.isEmpty()) return;
-    QImage mask(area.size(), QImage::Format_ARGB32_Premultiplied);
+    // Only coverage matters, so the shape is drawn into an alpha-only image.
+    QImage mask(area.size(), QImage::Format_Alpha8);
     if (mask.isNull()) return;
-    mask.fill(Qt::transparent);
+    mask.fill(0);
     {
         QPainter painter(&mask);
         painter.setRenderHint(QPainter::Antialiasing);
