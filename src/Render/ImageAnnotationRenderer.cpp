@@ -23,6 +23,7 @@ using Paint = std::function<void(QPainter&)>;
 
 constexpr double spotlightDim = 0.6;
 constexpr double highlighterAlpha = 0.55;
+constexpr double sigmaPerPixel = 2.5;
 
 QColor qColor(const Color& c) { return QColor::fromRgbF(c.red, c.green, c.blue, c.alpha); }
 QColor styleColor(const AnnotationStyle& s, double alpha = 1) { return qColor(Color::fromHex(s.colorHex).withAlpha(alpha)); }
@@ -45,35 +46,42 @@ Shadow textShadow(double fontSize) {
     return {QColor(0, 0, 0, qRound(0.55 * 255)), 0.12 * fontSize, {0, -0.05 * fontSize}};
 }
 
-// Paints `paint` on a layer of its own, casts the layer's shadow, then puts the layer down: the
-// shadow of several parts drawn together is the shadow of their union. `extent` (document units)
-// must hold everything `paint` draws.
+// Casts the shadow of what `paint` draws, then draws it. The shadow is cast from a copy drawn at
+// about `sigmaPerPixel` pixels a sigma, since a soft shadow has no finer detail, and stretched
+// back: a fraction of the cost of a full-size layer. Marks are opaque, so drawing them straight
+// onto the target looks as one layer would. `extent` (document units) holds all that is drawn.
 void paintWithShadow(QPainter& painter, const Rect& extent, const Shadow& shadow, const Paint& paint) {
     const QTransform toDevice = painter.combinedTransform();
     const double deviceScale = std::sqrt(std::fabs(toDevice.determinant()));
-    const double spread = 1.5 * shadow.blur + std::hypot(shadow.offset.x, shadow.offset.y) + 2;
-    QRect layerRect = toDevice.mapRect(q(extent.insetBy(-spread, -spread))).toAlignedRect();
+    const double sigma = sigmaForShadowBlur(shadow.blur * deviceScale);
+    const double spread = 1.5 * shadow.blur + 2;
+    QRect castRect = toDevice.mapRect(q(extent.insetBy(-spread, -spread))).toAlignedRect();
     if (const QPaintDevice* device = painter.device()) {
-        const int reach = static_cast<int>(std::ceil(spread * deviceScale));
-        layerRect &= QRect(-reach, -reach, device->width() + 2 * reach, device->height() + 2 * reach);
+        const int reach = static_cast<int>(std::ceil((spread + std::hypot(shadow.offset.x, shadow.offset.y)) * deviceScale));
+        castRect &= QRect(-reach, -reach, device->width() + 2 * reach, device->height() + 2 * reach);
     }
-    if (layerRect.isEmpty()) return;
-    QImage layer(layerRect.size(), QImage::Format_ARGB32_Premultiplied);
-    if (layer.isNull()) return;
-    layer.fill(Qt::transparent);
-    {
-        QPainter layerPainter(&layer);
-        layerPainter.setRenderHints(painter.renderHints());
-        layerPainter.setTransform(toDevice * QTransform::fromTranslate(-layerRect.x(), -layerRect.y()));
-        paint(layerPainter);
+    const double reduction = sigma > sigmaPerPixel ? sigmaPerPixel / sigma : 1;
+    const QSize castSize(std::max(1, static_cast<int>(std::ceil(castRect.width() * reduction))),
+                         std::max(1, static_cast<int>(std::ceil(castRect.height() * reduction))));
+    QImage layer(castSize, QImage::Format_ARGB32_Premultiplied);
+    if (!castRect.isEmpty() && !layer.isNull()) {
+        layer.fill(Qt::transparent);
+        {
+            QPainter layerPainter(&layer);
+            layerPainter.setRenderHints(painter.renderHints());
+            layerPainter.setTransform(toDevice * QTransform::fromTranslate(-castRect.x(), -castRect.y()) *
+                                      QTransform::fromScale(reduction, reduction));
+            paint(layerPainter);
+        }
+        const QImage cast = tintedShadow(layer, sigma * reduction, shadow.color);
+        const QPointF offset = toDevice.map(q(shadow.offset)) - toDevice.map(QPointF(0, 0));
+        painter.save();
+        painter.resetTransform();
+        painter.setRenderHint(QPainter::SmoothPixmapTransform);
+        painter.drawImage(QRectF(QPointF(castRect.topLeft()) + offset, QSizeF(castSize) / reduction), cast);
+        painter.restore();
     }
-    const QPointF offset = toDevice.map(q(shadow.offset)) - toDevice.map(QPointF(0, 0));
-    const QImage cast = tintedShadow(layer, sigmaForShadowBlur(shadow.blur * deviceScale), shadow.color);
-    painter.save();
-    painter.resetTransform();
-    painter.drawImage(QPointF(layerRect.topLeft()) + offset, cast);
-    painter.drawImage(layerRect.topLeft(), layer);
-    painter.restore();
+    paint(painter);
 }
 
 void paintMaybeShadowed(QPainter& painter, bool shadowed, const Rect& extent, const AnnotationMetrics& m,
