@@ -18,6 +18,19 @@ double timeConstant(double smoothness) {
     return std::max(tau, 0.016);
 }
 
+// More than 0.0004 apart. The squared distance settles all but a hair's breadth around the
+// threshold cheaply; there the rounded distance decides.
+bool movedNoticeably(const MouseSample& a, const MouseSample& b) {
+    constexpr double threshold = 0.0004;
+    const double dx = b.x - a.x;
+    const double dy = b.y - a.y;
+    const double squared = dx * dx + dy * dy;
+    constexpr double band = threshold * threshold * 1e-6;
+    if (squared > threshold * threshold + band) return true;
+    if (squared < threshold * threshold - band) return false;
+    return std::hypot(dx, dy) > threshold;
+}
+
 }  // namespace
 
 int CursorTimeline::substeps(double smoothness) {
@@ -44,8 +57,8 @@ CursorTimeline::CursorTimeline(const RecordedEvents& events, double smoothness, 
 
 void CursorTimeline::smooth(const std::vector<MouseSample>& samples, double smoothness, double duration) {
     if (samples.empty()) return;
+    firstTime_ = samples[0].t;
     if (samples.size() == 1) {
-        times_.push_back(samples[0].t);
         points_.push_back({samples[0].x, samples[0].y});
         return;
     }
@@ -59,7 +72,6 @@ void CursorTimeline::smooth(const std::vector<MouseSample>& samples, double smoo
     const double damping = 2 * w;
 
     const auto count = static_cast<size_t>(std::max((limit - first) * rate, 0.0)) + 2;
-    times_.reserve(count);
     points_.reserve(count);
 
     double px = samples[0].x, py = samples[0].y;
@@ -68,7 +80,7 @@ void CursorTimeline::smooth(const std::vector<MouseSample>& samples, double smoo
     const size_t n = samples.size();
     for (size_t k = 0;; ++k) {
         // Each step from the first time, not accumulated, so the table does not drift.
-        const double t = first + static_cast<double>(k) * tableStep;
+        const double t = time(k);
         if (t > limit) break;
         while (i + 1 < n && !(samples[i + 1].t > t)) ++i;
         double tx, ty;
@@ -88,7 +100,6 @@ void CursorTimeline::smooth(const std::vector<MouseSample>& samples, double smoo
             vy = vy + ((ty - py) * w2 - vy * damping) * h;
             py = py + vy * h;
         }
-        times_.push_back(t);
         points_.push_back({px, py});
     }
 }
@@ -133,37 +144,54 @@ void CursorTimeline::collectClickIntervals(const std::vector<ClickEvent>& clicks
 }
 
 void CursorTimeline::collectActivity(const RecordedEvents& events) {
-    std::vector<double> moments;
-    moments.reserve(events.clicks.size() + events.samples.size());
-    for (const auto& c : events.clicks) moments.push_back(c.t);
+    std::vector<double> clickMoments;
+    clickMoments.reserve(events.clicks.size());
+    for (const auto& c : events.clicks) clickMoments.push_back(c.t);
+    std::sort(clickMoments.begin(), clickMoments.end());
+    std::vector<double> moveMoments;
+    moveMoments.reserve(events.samples.size());
     for (size_t i = 1; i < events.samples.size(); ++i) {
         const auto& a = events.samples[i - 1];
         const auto& b = events.samples[i];
-        if (distance({a.x, a.y}, {b.x, b.y}) > 0.0004) moments.push_back(b.t);
+        if (movedNoticeably(a, b)) moveMoments.push_back(b.t);
     }
-    if (moments.empty()) return;
-    std::sort(moments.begin(), moments.end());
-    double start = moments[0];
-    for (size_t i = 1; i < moments.size(); ++i) {
-        if (moments[i] > moments[i - 1] + 1.6) {
-            activityIntervals_.push_back({start, moments[i - 1]});
-            start = moments[i];
+    // Samples are recorded in order, so their moments only need sorting when they are not.
+    if (!std::is_sorted(moveMoments.begin(), moveMoments.end())) std::sort(moveMoments.begin(), moveMoments.end());
+    if (clickMoments.empty() && moveMoments.empty()) return;
+
+    // Walk both in one ascending order; a pause of more than 1.6 s closes a range.
+    size_t i = 0, j = 0;
+    auto next = [&] {
+        if (j >= moveMoments.size() || (i < clickMoments.size() && clickMoments[i] <= moveMoments[j])) return clickMoments[i++];
+        return moveMoments[j++];
+    };
+    double start = next();
+    double previous = start;
+    while (i < clickMoments.size() || j < moveMoments.size()) {
+        const double t = next();
+        if (t - previous > 1.6) {
+            activityIntervals_.push_back({start, previous});
+            start = t;
         }
+        previous = t;
     }
-    activityIntervals_.push_back({start, moments.back()});
+    activityIntervals_.push_back({start, previous});
 }
 
 std::optional<Point> CursorTimeline::position(double t) const {
-    if (times_.empty()) return std::nullopt;
-    if (t <= times_.front()) return points_.front();
-    if (t >= times_.back()) return points_.back();
-    auto hi = static_cast<size_t>(std::upper_bound(times_.begin(), times_.end(), t) - times_.begin());
-    size_t lo = hi - 1;
-    const double a = times_[lo];
-    const double b = times_[hi];
+    const size_t n = points_.size();
+    if (n == 0) return std::nullopt;
+    if (t <= time(0)) return points_.front();
+    if (t >= time(n - 1)) return points_.back();
+    // The table is evenly spaced: its index is a product, corrected by a step at most.
+    auto lo = static_cast<size_t>(std::clamp((t - firstTime_) * rate, 0.0, static_cast<double>(n - 2)));
+    while (lo + 2 < n && !(time(lo + 1) > t)) ++lo;
+    while (lo > 0 && time(lo) > t) --lo;
+    const double a = time(lo);
+    const double b = time(lo + 1);
     const double f = std::clamp((t - a) / std::max(b - a, 0.0001), 0.0, 1.0);
     const Point& p = points_[lo];
-    const Point& q = points_[hi];
+    const Point& q = points_[lo + 1];
     return Point{p.x + (q.x - p.x) * f, p.y + (q.y - p.y) * f};
 }
 

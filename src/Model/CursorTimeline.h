@@ -48,7 +48,9 @@ public:
     // The spring's substeps per table step for a smoothness.
     static int substeps(double smoothness);
 
-    const std::vector<double>& times() const { return times_; }
+    // The table: entry k stands at time(k), 1/240 s apart from the first sample's time.
+    size_t tableCount() const { return points_.size(); }
+    double time(size_t k) const { return firstTime_ + static_cast<double>(k) * (1.0 / rate); }
     const std::vector<Point>& points() const { return points_; }
     const std::vector<TimeRange>& pressRanges() const { return pressRanges_; }
     const std::vector<ClickInterval>& clickIntervals() const { return clickIntervals_; }
@@ -62,7 +64,7 @@ private:
     void collectClickIntervals(const std::vector<ClickEvent>& sortedClicks, double duration);
     void collectActivity(const RecordedEvents& events);
 
-    std::vector<double> times_;
+    double firstTime_ = 0;
     std::vector<Point> points_;
     std::vector<TimeRange> pressRanges_;
     std::vector<ClickInterval> clickIntervals_;

@@ -57,11 +57,11 @@ TEST(RenderModel, SmoothnessThreshold) {
     EditSettings s;
     s.zooms = {zoom(2, 6, false)};
     RenderModel model(displayMeta(), stillPointer({0.5, 0.5}), s);
-    const auto* before = model.cursorTimeline().times().data();
+    const auto* before = model.cursorTimeline().points().data();
     s.cursorSmoothness += 0.0005;
     s.zooms = {};
     model.rebuildCursorIfNeeded(s);
-    EXPECT_EQ(model.cursorTimeline().times().data(), before);
+    EXPECT_EQ(model.cursorTimeline().points().data(), before);
     EXPECT_EQ(model.effectiveZooms().size(), 1u);
     s.cursorSmoothness += 0.0015;
     model.rebuildCursorIfNeeded(s);
