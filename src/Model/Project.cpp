@@ -5,13 +5,11 @@
 #include "Support/AtomicFile.h"
 #include "Support/Localization.h"
 #include "Support/TextRules.h"
+#include "Support/UserDirectories.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <ctime>
-#include <pwd.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace halvane {
 
@@ -65,12 +63,6 @@ std::string localPackageStamp(Date date) {
     return buf;
 }
 
-fs::path homeDirectory() {
-    if (const char* home = std::getenv("HOME"); home && *home) return home;
-    if (const passwd* pw = getpwuid(getuid()); pw && pw->pw_dir) return pw->pw_dir;
-    return fs::current_path();
-}
-
 }  // namespace
 
 std::shared_ptr<Project> Project::load(const fs::path& url) {
@@ -82,7 +74,7 @@ std::shared_ptr<Project> Project::load(const fs::path& url) {
     return std::make_shared<Project>(url, std::move(meta), std::move(events), std::move(*settings), std::move(transcript));
 }
 
-fs::path Project::defaultRecordingsDirectory() { return homeDirectory() / "Halvane" / "recordings"; }
+fs::path Project::defaultRecordingsDirectory() { return UserDirectories::home() / "Halvane" / "recordings"; }
 
 fs::path Project::makeNewPackageURL(Date date) { return makeNewPackageURL(date, defaultRecordingsDirectory()); }
 

@@ -170,6 +170,21 @@ TEST(RecordingMetaNames, ValidationFollowsBytesAndUnicodeCategories) {
     EXPECT_EQ(RecordingMeta::validatedName("\xC2\xA0Take\xE3\x80\x80one\xE3\x80\x80"), "Take\xE3\x80\x80one");
 }
 
+TEST(ProjectDefaults, ClicksGiveZoomsUnlessTheCaptureIsNarrow) {
+    Package wide;  // a display take 1440 points wide with one click
+    auto project = Project::load(wide.url);
+    const EditSettings& s = project->editState().settings();
+    EXPECT_FALSE(s.showBackground);
+    EXPECT_DOUBLE_EQ(s.padding, 0);
+    ASSERT_FALSE(s.zooms.empty());
+    EXPECT_TRUE(s.zooms[0].isAuto);
+    EXPECT_DOUBLE_EQ(s.zooms[0].level, 1.75);
+    EXPECT_TRUE(s.focusSwitches.empty());
+
+    Package narrow(R"({"mode":"display","pointWidth":300,"duration":5})");
+    EXPECT_TRUE(Project::load(narrow.url)->editState().settings().zooms.empty());
+}
+
 TEST(ProjectDefaults, FramingAndZoomLevelFollowTheTake) {
     RecordingMeta window;
     window.mode = "window";

@@ -121,3 +121,52 @@ TEST(LocalizationStrings, KeysStandForThemselvesUntilTranslated) {
 }
 
 }  // namespace
+
+#include "Support/UserDirectories.h"
+
+#include <cstdlib>
+#include <fstream>
+
+namespace {
+
+// Sets environment variables for one test and restores them after.
+class ScopedEnvironment {
+public:
+    void set(const char* name, const std::string& value) {
+        const char* old = std::getenv(name);
+        saved_.emplace_back(name, old ? std::optional<std::string>(old) : std::nullopt);
+        setenv(name, value.c_str(), 1);
+    }
+    void unset(const char* name) {
+        const char* old = std::getenv(name);
+        saved_.emplace_back(name, old ? std::optional<std::string>(old) : std::nullopt);
+        unsetenv(name);
+    }
+    ~ScopedEnvironment() {
+        for (auto it = saved_.rbegin(); it != saved_.rend(); ++it) {
+            if (it->second) setenv(it->first.c_str(), it->second->c_str(), 1);
+            else unsetenv(it->first.c_str());
+        }
+    }
+
+private:
+    std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+};
+
+TEST(UserDirectories, FollowTheXdgConventions) {
+    halvane::test::TemporaryDirectory home;
+    ScopedEnvironment env;
+    env.set("HOME", home.path().string());
+    env.unset("XDG_DATA_HOME");
+    env.unset("XDG_CONFIG_HOME");
+    env.unset("XDG_VIDEOS_DIR");
+    EXPECT_EQ(halvane::UserDirectories::data(), home.path() / ".local/share");
+    EXPECT_EQ(halvane::UserDirectories::videos(), home.path() / "Videos");
+    fs::create_directories(home / ".config");
+    std::ofstream(home / ".config/user-dirs.dirs") << "# written by xdg-user-dirs-update\nXDG_VIDEOS_DIR=\"$HOME/Filme\"\n";
+    EXPECT_EQ(halvane::UserDirectories::videos(), home.path() / "Filme");
+    env.set("XDG_DATA_HOME", "relative/ignored");
+    EXPECT_EQ(halvane::UserDirectories::data(), home.path() / ".local/share");
+}
+
+}  // namespace
