@@ -20,7 +20,7 @@ std::vector<FocusSegment> switchesFromSamples(const std::vector<FocusSample>& in
     std::vector<FocusSegment> segments;
     for (const auto& s : samples) {
         if (s.source < 0 || s.source >= sourceCount || s.source == current) continue;
-        if (realTimes.empty() || s.t >= realTimes.back() + 0.8) {
+        if (realTimes.empty() || s.t - realTimes.back() >= 0.8) {
             segments.push_back({Uuid::random(), std::max(s.t - 1.85, 0.0), s.source});
             realTimes.push_back(s.t);
             previous = current;
