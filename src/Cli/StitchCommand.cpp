@@ -169,8 +169,8 @@ int runStitch(const Args& args) {
         }
         writePng(options.output, *picture);
         if (preview) writePng(*options.preview, *preview);
-    } catch (const HalvaneError& error) {
-        return failure(error.localizedDescription());
+    } catch (const std::exception& error) {
+        return failure(error.what());
     }
     return exitSuccess;
 }

@@ -3,12 +3,13 @@
 
 #include "Capture/Screenshots/ScrollingCaptureStitcher.h"
 #include "Render/BitmapImage.h"
+#include "support/RunProgram.h"
+#include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <QImage>
 
-#include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -73,14 +74,7 @@ public:
         auto command = browserCommand(profile(), viewportHeight);
         command.push_back("--dump-dom");
         command.push_back(url_);
-        std::string line;
-        for (const auto& part : command) line += "'" + part + "' ";
-        FILE* pipe = popen((line + "2>/dev/null").c_str(), "r");
-        if (!pipe) return 0;
-        std::string dom;
-        char buffer[4096];
-        while (std::size_t n = fread(buffer, 1, sizeof buffer, pipe)) dom.append(buffer, n);
-        pclose(pipe);
+        const std::string dom = test::runProgram(command).out;
         const auto start = dom.find("<title>");
         return start == std::string::npos ? 0 : std::atoi(dom.c_str() + start + 7);
     }
@@ -154,17 +148,12 @@ class ScrollingChromiumStitch : public testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
         if (access(chromium, X_OK) != 0) GTEST_SKIP() << chromium << " is not installed";
-        work_ = fs::temp_directory_path() / ("halvane-stitch-" + std::to_string(getpid()) + "-" + GetParam());
     }
-    void TearDown() override {
-        std::error_code ignored;
-        if (!work_.empty()) fs::remove_all(work_, ignored);
-    }
-    fs::path work_;
+    test::TemporaryDirectory work_;
 };
 
 TEST_P(ScrollingChromiumStitch, MatchesTheBrowsersFullPage) {
-    BrowserPage page(GetParam(), work_);
+    BrowserPage page(GetParam(), work_.path());
     const int pageHeight = page.scrollHeight();
     ASSERT_GT(pageHeight, 3 * viewportHeight) << "the page must be long enough to need stitching";
     const auto offsets = scrollOffsets(pageHeight - viewportHeight);
