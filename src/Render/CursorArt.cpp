@@ -58,6 +58,15 @@ void strokeOutlined(QPainter& p, const QPainterPath& path, double width) {
     p.strokePath(path, QPen(Qt::black, width, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
 }
 
+QPainterPath segments(std::initializer_list<QLineF> lines) {
+    QPainterPath path;
+    for (const QLineF& line : lines) {
+        path.moveTo(line.p1());
+        path.lineTo(line.p2());
+    }
+    return path;
+}
+
 QPainterPath doubleArrowPath() {
     // Horizontal, centred on (16, 16).
     return polygonPath({{3, 16}, {9, 10}, {9, 14}, {23, 14}, {23, 10}, {29, 16}, {23, 22}, {23, 18}, {9, 18}, {9, 22}});
@@ -123,26 +132,10 @@ void drawVector(QPainter& p, CursorShape shape) {
         fillOutlined(p, arrowPath(), Qt::black, Qt::white);
         drawBadge(p, shape);
         break;
-    case CursorShape::iBeam: {
-        QPainterPath beam;
-        beam.moveTo(12, 5);
-        beam.lineTo(20, 5);
-        beam.moveTo(16, 5);
-        beam.lineTo(16, 27);
-        beam.moveTo(12, 27);
-        beam.lineTo(20, 27);
-        strokeOutlined(p, beam, 1.8);
+    case CursorShape::iBeam:
+        strokeOutlined(p, segments({{12, 5, 20, 5}, {16, 5, 16, 27}, {12, 27, 20, 27}}), 1.8);
         break;
-    }
-    case CursorShape::crosshair: {
-        QPainterPath cross;
-        cross.moveTo(16, 3);
-        cross.lineTo(16, 29);
-        cross.moveTo(3, 16);
-        cross.lineTo(29, 16);
-        strokeOutlined(p, cross, 1.6);
-        break;
-    }
+    case CursorShape::crosshair: strokeOutlined(p, segments({{16, 3, 16, 29}, {3, 16, 29, 16}}), 1.6); break;
     case CursorShape::resizeLeftRight: fillOutlined(p, doubleArrowPath(), Qt::black, Qt::white); break;
     case CursorShape::resizeUpDown:
         fillOutlined(p, QTransform().translate(16, 16).rotate(90).translate(-16, -16).map(doubleArrowPath()), Qt::black,

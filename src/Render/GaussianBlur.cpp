@@ -79,11 +79,15 @@ void kernelColumns(const Plane& src, const Plane& dst, const std::vector<float>&
     acc.resize(n);
     float* a = acc.data();
     for (int y = 0; y < src.height; ++y) {
-        std::fill(acc.begin(), acc.end(), 0.5f);
-        for (int k = -radius; k <= radius; ++k) {
-            const uchar* row = src.clampedRow(y + k);
-            const float w = weights[k + radius];
-            for (int i = 0; i < n; ++i) a[i] += w * static_cast<float>(row[i]);
+        const uchar* centre = src.row(y);
+        const float w0 = weights[radius];
+        for (int i = 0; i < n; ++i) a[i] = 0.5f + w0 * static_cast<float>(centre[i]);
+        // The kernel is symmetric: rows at equal distance share one multiply.
+        for (int k = 1; k <= radius; ++k) {
+            const uchar* above = src.clampedRow(y - k);
+            const uchar* below = src.clampedRow(y + k);
+            const float w = weights[radius + k];
+            for (int i = 0; i < n; ++i) a[i] += w * static_cast<float>(static_cast<int32_t>(above[i]) + below[i]);
         }
         uchar* out = dst.row(y);
         for (int i = 0; i < n; ++i) out[i] = static_cast<uchar>(static_cast<int32_t>(a[i]));
@@ -99,20 +103,18 @@ std::vector<float> gaussianWeights(double sigma) {
     return w;
 }
 
-// Blurs the columns of `image` in place, using `temp` (same shape) as scratch.
-void blurColumns(const Plane& image, const Plane& temp, double sigma) {
+// Blurs the columns of `src` into `dst`; `scratch` (same shape) holds the middle pass.
+void blurColumns(const Plane& src, const Plane& dst, const Plane& scratch, double sigma) {
     if (sigma < exactKernelLimit) {
         std::vector<float> acc;
-        kernelColumns(image, temp, gaussianWeights(sigma), acc);
-        for (int y = 0; y < image.height; ++y) std::copy_n(temp.row(y), image.rowBytes(), image.row(y));
+        kernelColumns(src, dst, gaussianWeights(sigma), acc);
         return;
     }
     const auto widths = boxWidths(sigma);
     std::vector<int32_t> acc;
-    boxColumns(image, temp, widths[0] / 2, acc);
-    boxColumns(temp, image, widths[1] / 2, acc);
-    boxColumns(image, temp, widths[2] / 2, acc);
-    for (int y = 0; y < image.height; ++y) std::copy_n(temp.row(y), image.rowBytes(), image.row(y));
+    boxColumns(src, dst, widths[0] / 2, acc);
+    boxColumns(dst, scratch, widths[1] / 2, acc);
+    boxColumns(scratch, dst, widths[2] / 2, acc);
 }
 
 // Rows become columns, in tiles that stay in cache.
@@ -134,23 +136,23 @@ void transposePlane(const Plane& src, const Plane& dst) {
     else transpose<uchar>(src, dst);
 }
 
-struct OwnedPlane {
+// Pixel storage that can be viewed as either orientation of the picture.
+struct Buffer {
     std::vector<uchar> bytes;
-    Plane plane;
-    OwnedPlane(int width, int height, int channels)
-        : bytes(static_cast<size_t>(width) * height * channels),
-          plane{bytes.data(), width, height, static_cast<qsizetype>(width) * channels, channels} {}
+    Plane as(int width, int height, int channels) {
+        return {bytes.data(), width, height, static_cast<qsizetype>(width) * channels, channels};
+    }
 };
 
 // Full-resolution separable blur: columns, then rows as the columns of the transposed picture.
 void blurFull(const Plane& image, double sigma) {
-    OwnedPlane temp(image.width, image.height, image.channels);
-    blurColumns(image, temp.plane, sigma);
-    OwnedPlane turned(image.height, image.width, image.channels);
-    OwnedPlane turnedTemp(image.height, image.width, image.channels);
-    transposePlane(image, turned.plane);
-    blurColumns(turned.plane, turnedTemp.plane, sigma);
-    transposePlane(turned.plane, image);
+    const int W = image.width, H = image.height, C = image.channels;
+    const size_t size = static_cast<size_t>(W) * H * C;
+    Buffer a{std::vector<uchar>(size)}, b{std::vector<uchar>(size)}, c{std::vector<uchar>(size)};
+    blurColumns(image, a.as(W, H, C), b.as(W, H, C), sigma);
+    transposePlane(a.as(W, H, C), c.as(H, W, C));
+    blurColumns(c.as(H, W, C), a.as(H, W, C), b.as(H, W, C), sigma);
+    transposePlane(a.as(H, W, C), image);
 }
 
 // ---- large sigmas: blur a reduced copy, then enlarge it again
@@ -238,13 +240,15 @@ void enlarge(const Plane& small, const Plane& image, int f) {
 int reductionFactor(double sigma) { return std::clamp(static_cast<int>(sigma / 4), 1, 8); }
 
 void blurReduced(const Plane& image, double sigma, int f) {
-    OwnedPlane small((image.width + f - 1) / f, (image.height + f - 1) / f, image.channels);
-    reduce(image, small.plane, f);
+    const int w = (image.width + f - 1) / f, h = (image.height + f - 1) / f;
+    Buffer storage{std::vector<uchar>(static_cast<size_t>(w) * h * image.channels)};
+    const Plane small = storage.as(w, h, image.channels);
+    reduce(image, small, f);
     // Reducing (a box of f) and enlarging (a tent of f) already spread the picture a little.
     const double added = (f * f - 1) / 12.0 + f * f / 6.0;
     const double reducedSigma = std::sqrt(std::max(sigma * sigma - added, sigma * sigma / 4)) / f;
-    blurFull(small.plane, reducedSigma);
-    enlarge(small.plane, image, f);
+    blurFull(small, reducedSigma);
+    enlarge(small, image, f);
 }
 
 int channelsOf(QImage::Format format) {
