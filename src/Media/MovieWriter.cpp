@@ -1,6 +1,7 @@
 #include "Media/MovieWriter.h"
 
 #include "Media/FFmpegSupport.h"
+#include "Media/PixelConversion.h"
 #include "Support/HalvaneError.h"
 
 extern "C" {
@@ -71,7 +72,6 @@ struct MovieWriter::Impl {
 
     AVStream* videoStream = nullptr;
     CodecContext videoEncoder;
-    Sws sws;
     Frame videoFrame;
     Packet videoPacket;
     int64_t lastVideoPts = AV_NOPTS_VALUE;
@@ -174,13 +174,6 @@ struct MovieWriter::Impl {
         if (settings.codec == VideoCodec::hevc)
             videoStream->codecpar->codec_tag = MKTAG('h', 'v', 'c', '1');
 
-        // The picture is sRGB: full-range RGB in, BT.709 limited range out, as tagged above.
-        sws.reset(sws_getContext(width, height, AV_PIX_FMT_BGRA, width, height, AV_PIX_FMT_YUV420P,
-                                 SWS_POINT, nullptr, nullptr, nullptr));
-        if (!sws) throw HalvaneError("cannot write video: no pixel converter");
-        sws_setColorspaceDetails(sws.get(), sws_getCoefficients(SWS_CS_ITU709), 1,
-                                 sws_getCoefficients(SWS_CS_ITU709), 0, 0, 1 << 16, 1 << 16);
-
         videoFrame = makeFrame();
         videoFrame->format = AV_PIX_FMT_YUV420P;
         videoFrame->width = width;
@@ -241,10 +234,10 @@ struct MovieWriter::Impl {
         int64_t pts = std::llround(time * videoTimeBase.den);
         if (lastVideoPts != AV_NOPTS_VALUE && pts <= lastVideoPts) return;
         check(av_frame_make_writable(videoFrame.get()), "writer failed");
-        const uint8_t* source[4] = {pixels, nullptr, nullptr, nullptr};
-        int sourceStrides[4] = {bytesPerRow, 0, 0, 0};
-        sws_scale(sws.get(), source, sourceStrides, 0, height, videoFrame->data,
-                  videoFrame->linesize);
+        // The picture is sRGB: BT.709 limited range out, as the stream is tagged.
+        auto* f = videoFrame.get();
+        convertBgraToYuv420(pixels, bytesPerRow, width, height, f->data[0], f->linesize[0],
+                            f->data[1], f->linesize[1], f->data[2], f->linesize[2]);
         videoFrame->pts = pts;
         lastVideoPts = pts;
         encode(videoEncoder.get(), videoStream, videoFrame.get(), videoPacket.get());

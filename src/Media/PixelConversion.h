@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+
+namespace halvane {
+
+// BGRA (alpha ignored) to 8-bit 4:2:0 BT.709 limited range, the form every encoder here takes.
+// A 2 × 2 block shares its chroma, from the mean of its four pixels; widths and heights must be
+// even. Several times cheaper than the general-purpose scaler for this one case, which matters
+// because every exported and captured frame passes through it.
+void convertBgraToYuv420(const uint8_t* bgra, int bytesPerRow, int width, int height, uint8_t* y,
+                         int yStride, uint8_t* u, int uStride, uint8_t* v, int vStride);
+
+}  // namespace halvane

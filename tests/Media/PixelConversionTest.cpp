@@ -1,0 +1,74 @@
+#include "Media/PixelConversion.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <vector>
+
+using namespace halvane;
+
+namespace {
+
+struct Yuv {
+    int y, u, v;
+};
+
+// Converts a 2 × 2 block of one colour and gives its luma and chroma.
+Yuv convertColour(uint8_t r, uint8_t g, uint8_t b) {
+    std::vector<uint8_t> bgra;
+    for (int i = 0; i < 4; ++i) bgra.insert(bgra.end(), {b, g, r, 255});
+    std::array<uint8_t, 4> y{};
+    uint8_t u = 0, v = 0;
+    convertBgraToYuv420(bgra.data(), 8, 2, 2, y.data(), 2, &u, 1, &v, 1);
+    EXPECT_EQ(y[0], y[3]);
+    return {y[0], u, v};
+}
+
+TEST(PixelConversion, MapsColoursToBt709LimitedRange) {
+    auto black = convertColour(0, 0, 0);
+    EXPECT_EQ(black.y, 16);
+    EXPECT_EQ(black.u, 128);
+    EXPECT_EQ(black.v, 128);
+    auto white = convertColour(255, 255, 255);
+    EXPECT_EQ(white.y, 235);
+    EXPECT_EQ(white.u, 128);  // greys carry no colour at all
+    EXPECT_EQ(white.v, 128);
+    auto grey = convertColour(128, 128, 128);
+    EXPECT_EQ(grey.u, 128);
+    EXPECT_EQ(grey.v, 128);
+    // The BT.709 primaries, within one step of the exact values.
+    auto red = convertColour(255, 0, 0);
+    EXPECT_NEAR(red.y, 63, 1);
+    EXPECT_NEAR(red.u, 102, 1);
+    EXPECT_NEAR(red.v, 240, 1);
+    auto green = convertColour(0, 255, 0);
+    EXPECT_NEAR(green.y, 173, 1);
+    EXPECT_NEAR(green.u, 42, 1);
+    EXPECT_NEAR(green.v, 26, 1);
+    auto blue = convertColour(0, 0, 255);
+    EXPECT_NEAR(blue.y, 32, 1);
+    EXPECT_NEAR(blue.u, 240, 1);
+    EXPECT_NEAR(blue.v, 118, 1);
+}
+
+TEST(PixelConversion, ChromaIsTheMeanOfEachBlockAndStridesAreHonoured) {
+    // 4 × 2 pixels in rows of 20 bytes: a black and white block, then a blue one.
+    std::vector<uint8_t> bgra(40, 0);
+    auto set = [&](int x, int y, uint8_t b, uint8_t g, uint8_t r) {
+        uint8_t* p = &bgra[y * 20 + x * 4];
+        p[0] = b, p[1] = g, p[2] = r, p[3] = 255;
+    };
+    set(0, 0, 255, 255, 255), set(1, 0, 0, 0, 0), set(0, 1, 0, 0, 0), set(1, 1, 255, 255, 255);
+    for (int y = 0; y < 2; ++y) set(2, y, 255, 0, 0), set(3, y, 255, 0, 0);
+    std::vector<uint8_t> luma(2 * 6, 0xAA), u(3, 0xAA), v(3, 0xAA);
+    convertBgraToYuv420(bgra.data(), 20, 4, 2, luma.data(), 6, u.data(), 3, v.data(), 3);
+    EXPECT_EQ(luma[0], 235);
+    EXPECT_EQ(luma[1], 16);
+    EXPECT_EQ(luma[6], 16);
+    EXPECT_EQ(luma[4], 0xAA);  // padding past the width is left alone
+    EXPECT_EQ(u[0], 128);
+    EXPECT_NEAR(u[1], 240, 1);
+    EXPECT_EQ(u[2], 0xAA);
+}
+
+}  // namespace
