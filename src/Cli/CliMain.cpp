@@ -15,6 +15,8 @@ const CliCommand commands[] = {
     {"annotate", "flatten image marks onto a picture as PNG", runAnnotate},
     {"state", "print the render state at output times", runState},
     {"stitch", "stitch scrolled frames into one tall picture", runStitch},
+    {"frame", "write the exported frame at an output time as PNG", runFrame},
+    {"export", "export a take to MP4 or GIF", runExport},
     {nullptr, nullptr, nullptr},
 };
 

@@ -18,4 +18,8 @@ int runState(const Args&);
 
 int runStitch(const Args&);
 
+int runFrame(const Args&);
+
+int runExport(const Args&);
+
 }  // namespace halvane::cli

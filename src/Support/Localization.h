@@ -9,6 +9,8 @@ namespace halvane {
 // except for the few texts the command line prints, which have an English form here.
 struct Localization {
     static std::string string(std::string_view key);
+    // The text of `key` with its one "%@" placeholder replaced by `argument`.
+    static std::string format(std::string_view key, std::string_view argument);
 };
 
 }  // namespace halvane
