@@ -69,7 +69,7 @@ void fromJson(const Json& j, EditSettings& out) {
     r.lenient("cursorSyncShape", s.cursorSyncShape);
     r.lenient("cursorLoop", s.cursorLoop);
     if (!r.lenient("clickEffect", s.clickEffect)) {
-        bool ripples;
+        bool ripples = true;
         if (r.lenient(EditSettingsLegacyKeys::clickRipples, ripples))
             s.clickEffect = ripples ? ClickEffect::ripple : ClickEffect::none;
     }
@@ -95,7 +95,7 @@ void fromJson(const Json& j, EditSettings& out) {
     r.lenient("audioDenoise", s.audioDenoise);
     r.lenient("audioNormalize", s.audioNormalize);
     if (!r.lenient("clickSound", s.clickSound)) {
-        bool sounds;
+        bool sounds = false;
         if (r.lenient(EditSettingsLegacyKeys::clickSounds, sounds))
             s.clickSound = sounds ? ClickSoundKind::magicMouse : ClickSoundKind::none;
     }
