@@ -28,9 +28,8 @@ inline double sigmaForShadowBlur(double blur) { return blur / 2; }
 
 // Gaussian blur in place, clamp-to-edge: pixels beyond the border repeat the edge, so edges neither
 // darken nor turn transparent. Accepts ARGB32 premultiplied, Grayscale8 and Alpha8 images (others
-// are converted to ARGB32 premultiplied). Sigma ≤ 0 leaves the image as it is. Large sigmas cost
-// the same as small ones (three running box passes approximate the Gaussian); small ones use the
-// exact kernel.
+// are converted to ARGB32 premultiplied). Sigma ≤ 0 leaves the image as it is. A wide blur costs no
+// more than a narrow one (running boxes on a reduced copy); small ones use the exact kernel.
 void gaussianBlur(QImage& image, double sigma);
 QImage gaussianBlurred(const QImage& image, double sigma);
 
