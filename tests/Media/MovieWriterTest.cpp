@@ -11,6 +11,7 @@
 #include <cmath>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 using namespace halvane;
 namespace fs = std::filesystem;
@@ -255,6 +256,45 @@ TEST_F(MovieWriterTest, CancelAndAbandonBothRemoveTheFile) {
         writer.cancel();
     }
     EXPECT_TRUE(fs::is_empty(dir));
+}
+
+TEST_F(MovieWriterTest, TakesVideoAndTwoAudioTracksFromThreeThreadsAtOnce) {
+    MovieWriterSettings settings;
+    settings.width = 128;
+    settings.height = 72;
+    settings.fps = 30;
+    settings.preset = "ultrafast";
+    settings.container = MovieContainer::mov;
+    settings.fragmented = true;
+    settings.audioTracks = {AudioTrackSettings{48000, 2, 128000}, AudioTrackSettings{44100, 1, 64000}};
+    auto path = dir / "live.mov";
+    MovieWriter writer(path, settings);
+    std::thread video([&] {
+        auto image = bgraFrame(128, 72, 77);
+        for (int i = 0; i < 60; ++i) writer.appendVideoFrame(image.data(), 128 * 4, i / 30.0);
+    });
+    auto audio = [&](int track) {
+        const auto& a = settings.audioTracks[track];
+        for (int64_t done = 0; done < 2 * a.sampleRate; done += 441) {
+            auto block = sine(441, a.channels, 300, a.sampleRate, done);
+            writer.appendAudio(track, block.data(), 441, double(done) / a.sampleRate);
+        }
+    };
+    std::thread first(audio, 0), second(audio, 1);
+    video.join();
+    first.join();
+    second.join();
+    writer.finish();
+
+    auto probe = test::probeMedia(path);
+    int audioStreams = 0;
+    for (const auto& s : probe["streams"]) {
+        if (s["codec_type"] != "audio") continue;
+        ++audioStreams;
+        EXPECT_NEAR(std::stod(s["duration"].get<std::string>()), 2.0, 0.05);
+    }
+    EXPECT_EQ(audioStreams, 2);
+    EXPECT_EQ((*test::probeStream(probe, "video"))["nb_read_frames"], "60");
 }
 
 TEST_F(MovieWriterTest, RejectsAnUnknownAudioTrack) {
