@@ -1,12 +1,10 @@
 #include "Cli/CliCommand.h"
+#include "Cli/CliSupport.h"
 #include "Cli/Commands.h"
 
 #include "Model/Project.h"
 #include "Model/RenderModel.h"
-#include "Support/AtomicFile.h"
 
-#include <charconv>
-#include <cmath>
 #include <iostream>
 #include <sstream>
 
@@ -31,14 +29,6 @@ struct StateOptions {
     bool pretty = false;
 };
 
-std::optional<double> parseTime(const std::string& text) {
-    double value = 0;
-    const char* end = text.data() + text.size();
-    auto [ptr, ec] = std::from_chars(text.data(), end, value);
-    if (ec != std::errc() || ptr != end || !std::isfinite(value)) return std::nullopt;
-    return value;
-}
-
 std::optional<std::string> parseStateArgs(const Args& args, StateOptions& options) {
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
@@ -52,7 +42,7 @@ std::optional<std::string> parseStateArgs(const Args& args, StateOptions& option
             if (arg == "--edit") {
                 if (options.editFile) return std::string("state: --edit given more than once");
                 options.editFile = value;
-            } else if (auto t = parseTime(value)) {
+            } else if (auto t = parseNumber(value)) {
                 options.times.push_back(*t);
             } else {
                 return "state: --at needs a number of seconds, not \"" + value + "\"";
@@ -68,20 +58,6 @@ std::optional<std::string> parseStateArgs(const Args& args, StateOptions& option
     if (options.package.empty()) return std::string("state: no package given (see halvane-cli state --help)");
     if (options.times.empty()) return std::string("state: no output time given (--at T)");
     return std::nullopt;
-}
-
-EditSettings readEditFile(const std::string& path) {
-    std::string text;
-    try {
-        text = readFile(path);
-    } catch (const std::exception& e) {
-        throw std::runtime_error("cannot read edit file \"" + path + "\": " + e.what());
-    }
-    try {
-        return Project::decode<EditSettings>(text);
-    } catch (const std::exception& e) {
-        throw std::runtime_error("edit file \"" + path + "\" is not an edit record: " + e.what());
-    }
 }
 
 Json rippleJson(const CursorTimeline::Ripple& r) {
@@ -140,14 +116,11 @@ int runState(const Args& args) {
     StateOptions options;
     if (auto error = parseStateArgs(args, options)) return usageError(*error);
 
-    std::error_code ec;
-    if (!std::filesystem::is_directory(options.package, ec))
-        return failure("state: \"" + options.package + "\" is not a package directory");
     std::shared_ptr<Project> project;
     EditSettings settings;
     try {
-        project = Project::load(options.package);
-        settings = options.editFile ? readEditFile(*options.editFile) : project->editState().settings();
+        project = openPackage(options.package);
+        settings = settingsFor(*project, options.editFile);
     } catch (const std::exception& e) {
         return failure(std::string("state: ") + e.what());
     }
