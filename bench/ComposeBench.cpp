@@ -1,0 +1,128 @@
+// Frame composition at 1920 x 1080 on one thread: a full frame with every common layer, the
+// motion blur worst case, the statics per border style and the liquid glass band.
+
+#include "Render/CanvasLayout.h"
+#include "Render/CardBorder.h"
+#include "Render/FrameComposer.h"
+#include "Render/LiquidGlass.h"
+
+#include <benchmark/benchmark.h>
+
+#include <QGuiApplication>
+#include <QPainter>
+
+using namespace halvane;
+
+namespace {
+
+class StillFrames : public FrameSource {
+public:
+    StillFrames() : image_(1920, 1080, QImage::Format_ARGB32_Premultiplied) {
+        image_.fill(QColor(245, 245, 247));
+        QPainter p(&image_);
+        p.setPen(Qt::black);
+        for (int y = 40; y < 1080; y += 28) p.drawText(60, y, "The quick brown fox jumps over the lazy dog 0123456789");
+    }
+    const QImage* frame(double) override { return &image_; }
+
+private:
+    QImage image_;
+};
+
+CompositionInput busyTake(bool motionBlur) {
+    CompositionInput in;
+    in.meta.pixelWidth = 1920;
+    in.meta.pixelHeight = 1080;
+    in.meta.pointWidth = 960;
+    in.meta.pointHeight = 540;
+    in.meta.duration = 20;
+    for (int i = 0; i < 20 * 120; ++i) {
+        double t = i / 120.0;
+        in.events.samples.push_back({t, 0.3 + 0.2 * std::sin(t), 0.4 + 0.1 * std::cos(t)});
+    }
+    in.events.clicks.push_back({5.0, 0.4, 0.4, 0, ClickPhase::down, std::nullopt});
+    in.events.clicks.push_back({5.1, 0.4, 0.4, 0, ClickPhase::up, std::nullopt});
+    in.events.keys.push_back({5.0, "s", modifierCommand});
+    in.settings.background = CanvasBackground::wallpaper("prism");
+    in.settings.motionBlur = motionBlur;
+    ZoomSegment zoom;
+    zoom.start = 3;
+    zoom.end = 12;
+    zoom.level = 2;
+    zoom.target = {0.4, 0.4};
+    in.settings.zooms = {zoom};
+    in.settings.captionsEnabled = true;
+    Transcript transcript;
+    transcript.locale = "en_US";
+    TranscriptCue cue;
+    cue.text = "Here is how the export looks";
+    cue.start = 4;
+    cue.end = 7;
+    transcript.cues = {cue};
+    in.transcript = transcript;
+    in.canvasSize = {1920, 1080};
+    in.fps = 60;
+    return in;
+}
+
+void ensureApp() {
+    static int argc = 1;
+    static char name[] = "bench";
+    static char* argv[] = {name, nullptr};
+    static QGuiApplication* app = (setenv("QT_QPA_PLATFORM", "offscreen", 0), new QGuiApplication(argc, argv));
+    (void)app;
+}
+
+void BM_ComposeFullFrame(benchmark::State& state) {
+    ensureApp();
+    StillFrames frames;
+    FrameComposer composer(busyTake(false), {&frames});
+    composer.buildStatics();
+    composer.composeOutputFrame(5.05);  // warm the caption and keystroke caches
+    for (auto _ : state) benchmark::DoNotOptimize(composer.composeOutputFrame(5.05));
+}
+BENCHMARK(BM_ComposeFullFrame)->Unit(benchmark::kMillisecond);
+
+void BM_ComposeMotionBlurWorstCase(benchmark::State& state) {
+    ensureApp();
+    StillFrames frames;
+    FrameComposer composer(busyTake(true), {&frames});
+    composer.buildStatics();
+    // The fastest camera move: the frame with the most samples.
+    double worst = 3;
+    int most = 1;
+    for (double t = 2.5; t < 5; t += 1.0 / 60) {
+        int n = composer.motionBlurSamples(t);
+        if (n > most) most = n, worst = t;
+    }
+    state.counters["samples"] = most;
+    for (auto _ : state) benchmark::DoNotOptimize(composer.composeOutputFrame(worst));
+}
+BENCHMARK(BM_ComposeMotionBlurWorstCase)->Unit(benchmark::kMillisecond);
+
+void BM_BuildStatics(benchmark::State& state) {
+    ensureApp();
+    StillFrames frames;
+    CompositionInput in = busyTake(false);
+    in.settings.borderWidth = 1;
+    in.settings.borderStyle = CardBorderStyle(state.range(0));
+    for (auto _ : state) {
+        FrameComposer composer(in, {&frames});
+        benchmark::DoNotOptimize(composer.buildStatics());
+    }
+    state.SetLabel(std::string(enumName(in.settings.borderStyle)));
+}
+BENCHMARK(BM_BuildStatics)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
+
+void BM_LiquidGlassBand(benchmark::State& state) {
+    ensureApp();
+    QImage background(1920, 1080, QImage::Format_ARGB32_Premultiplied);
+    background.fill(QColor(90, 60, 200));
+    auto layout = CanvasLayout::cardLayout({1920, 1080}, 16.0 / 9.0, 0.07, 0, 0.016);
+    auto band = CardBorder::band(CardBorderStyle::liquid, 1, layout.card, layout.cardRadius, {1920, 1080});
+    LiquidGlass glass;
+    for (auto _ : state) benchmark::DoNotOptimize(glass.image(*band, background, Rect{0, 0, 1920, 1080}, 1));
+}
+BENCHMARK(BM_LiquidGlassBand)->Unit(benchmark::kMillisecond);
+
+}  // namespace
