@@ -69,6 +69,10 @@ std::optional<Date> parseIso8601(std::string_view s) {
     tm.tm_min = minute;
     tm.tm_sec = second;
     std::time_t t = timegm(&tm) - offsetSeconds;
+    // The clock counts nanoseconds in 64 bits: about 292 years either side of 1970.
+    using Limits = std::chrono::system_clock::duration;
+    constexpr auto maxSeconds = std::chrono::duration_cast<std::chrono::seconds>(Limits::max()).count() - 1;
+    if (t > maxSeconds || t < -maxSeconds) return std::nullopt;
     auto since = std::chrono::seconds(t) + std::chrono::duration_cast<std::chrono::system_clock::duration>(
                                                std::chrono::duration<double>(fraction));
     return Date(since);

@@ -44,6 +44,10 @@ TEST(JsonConventions, ShapesOfGeometryDatesAndUuids) {
     Date d;
     fromJson(parseJson("\"2024-05-01T09:30:00.75+02:00\""), d);
     EXPECT_EQ(dumpJson(toJson(d)), "\"2024-05-01T07:30:00Z\"");
+    // Dates the clock can't hold (it spans about 1678 to 2261) read as no date at all.
+    EXPECT_FALSE(parseIso8601("1013-01-15T10:20:30Z"));
+    EXPECT_FALSE(parseIso8601("9999-12-31T23:59:59Z"));
+    EXPECT_TRUE(parseIso8601("1970-01-01T00:00:00Z"));
     auto u = Uuid::parse("6f9619ff-8b86-d011-b42d-00c04fc964ff");
     ASSERT_TRUE(u);
     EXPECT_EQ(u->string(), "6F9619FF-8B86-D011-B42D-00C04FC964FF");
