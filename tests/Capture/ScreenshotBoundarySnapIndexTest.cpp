@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <memory>
@@ -22,9 +23,10 @@ public:
     Canvas(int width, int height, Rgb fill) : width_(width), height_(height), pixels_(std::size_t(width) * height * 4) {
         paint(0, 0, width, height, fill);
     }
+    // Paints the part of the rectangle that lies on the canvas.
     Canvas& paint(int x, int y, int w, int h, Rgb c) {
-        for (int row = y; row < y + h; ++row)
-            for (int col = x; col < x + w; ++col) {
+        for (int row = std::max(y, 0); row < std::min(y + h, height_); ++row)
+            for (int col = std::max(x, 0); col < std::min(x + w, width_); ++col) {
                 std::uint8_t* p = pixels_.data() + (std::size_t(row) * width_ + col) * 4;
                 p[0] = c.b, p[1] = c.g, p[2] = c.r, p[3] = 255;
             }
@@ -252,6 +254,77 @@ TEST(ScreenshotBoundarySnapping, SkipsAnEdgeThatWouldLeaveTheBounds) {
     auto right = ScreenshotBoundarySnapping::movedRectangle(shifted, Rect{51, 0, 149, 120}, index);
     EXPECT_EQ(right.rect.origin.x, 55);
     EXPECT_EQ(right.verticalGuide, 150);
+}
+
+}  // namespace
+}  // namespace halvane
+
+namespace halvane {
+namespace {
+
+// The lookup as plainly as it can be said, reading the planes byte by byte.
+std::optional<ScreenshotBoundarySnapIndex::Hit> plainNearest(std::span<const std::uint8_t> plane, std::size_t stride,
+                                                             bool columns, int first, int last, int centre, int lo,
+                                                             int hi) {
+    std::optional<ScreenshotBoundarySnapIndex::Hit> best;
+    for (int line = first; line <= last; ++line) {
+        double sum = 0, soft = 0, hard = 0;
+        for (int k = lo; k <= hi; ++k) {
+            const std::uint8_t v = columns ? plane[std::size_t(k) * stride + line] : plane[std::size_t(line) * stride + k];
+            sum += v, soft += v >= 12, hard += v >= 28;
+        }
+        const double n = hi - lo + 1;
+        const bool edge = (sum / n >= 28 && hard / n >= 0.55) || (sum / n >= 12 && soft / n >= 0.85);
+        if (edge && (!best || std::abs(line - centre) < std::abs(best->position - centre)))
+            best = ScreenshotBoundarySnapIndex::Hit{double(line), float(sum / n)};
+    }
+    return best;
+}
+
+TEST(ScreenshotBoundarySnapIndex, LookupsAgreeWithAPlainScanOfThePlanes) {
+    // Busy stripes and blocks over 700 rows and 333 columns, so spans cross every internal
+    // boundary: 16-lane groups, 255-row counter limits and the last bytes of each plane.
+    const int width = 333, height = 700;
+    Canvas canvas(width, height, desktop);
+    std::uint32_t seed = 1;
+    auto next = [&] { return seed = seed * 1664525u + 1013904223u, seed >> 8; };
+    for (int i = 0; i < 400; ++i) {
+        const std::uint8_t v = std::uint8_t(next() % 256);
+        canvas.paint(int(next() % width), int(next() % height), 1 + int(next() % 40), 1 + int(next() % 300),
+                     {v, std::uint8_t(v / 2 + 20), std::uint8_t(255 - v)});
+    }
+    const auto index = canvas.index();
+    for (int q = 0; q < 400; ++q) {
+        const double x = double(next() % (width + 1)), y = double(next() % (height + 1));
+        const double span = double(next() % height), radius = 1 + double(next() % 40);
+        const double y0 = std::max(0.0, y - span), x0 = std::max(0.0, x - span);
+
+        const int top = height - int(y), bottom = std::min(height - int(y0), height - 1);
+        const int reachX = int(radius);
+        const auto vertical = index.nearestVertical(x, y0, y, radius);
+        const auto plainV = top <= bottom ? plainNearest(index.verticalEdges(), width + 1, true,
+                                                         std::max(int(x) - reachX, 1), std::min(int(x) + reachX, width - 1),
+                                                         int(x), top, bottom)
+                                          : std::nullopt;
+        ASSERT_EQ(vertical.has_value(), plainV.has_value()) << "query " << q;
+        if (vertical) {
+            EXPECT_DOUBLE_EQ(vertical->position, plainV->position);
+            EXPECT_FLOAT_EQ(vertical->strength, plainV->strength);
+        }
+
+        const int centre = height - int(y);
+        const int right = std::min(int(x), width - 1);
+        const auto horizontal = index.nearestHorizontal(y, x0, x, radius);
+        const auto plainH = int(x0) <= right ? plainNearest(index.horizontalEdges(), width, false,
+                                                            std::max(centre - reachX, 1), std::min(centre + reachX, height - 1),
+                                                            centre, int(x0), right)
+                                             : std::nullopt;
+        ASSERT_EQ(horizontal.has_value(), plainH.has_value()) << "query " << q;
+        if (horizontal) {
+            EXPECT_DOUBLE_EQ(horizontal->position, height - plainH->position);
+            EXPECT_FLOAT_EQ(horizontal->strength, plainH->strength);
+        }
+    }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "Capture/Screenshots/ScreenshotBoundarySnapIndex.h"
 
 #include "Capture/Screenshots/ScreenshotBoundaryBuildCancellation.h"
+#include "Capture/Screenshots/ScreenshotBoundaryLineTally.h"
 #include "Support/ConcurrentPerform.h"
 
 #include <algorithm>
@@ -14,22 +15,31 @@ namespace {
 
 constexpr int largestSquaredDistance = 3 * 255 * 255;
 
-// What makes a scanned line an edge: mostly strong, or faint but almost unbroken.
-constexpr std::uint8_t hardByte = 28;
-constexpr std::uint8_t softByte = 12;
-constexpr float hardShare = 0.55f;
-constexpr float softShare = 0.85f;
-
 bool cancelled(const ScreenshotBoundaryBuildCancellation* cancellation) {
     return cancellation && cancellation->isCancelled();
 }
 
-std::uint8_t edgeByte(const std::uint8_t* a, const std::uint8_t* b, const float* distances) {
+// Every squared distance from 256² on has a root past 255, so the edge byte is 255 there. Below
+// that, the byte each entry of colorDistances() truncates and clamps to: a 64 KiB table that
+// stays in cache while the 760 KiB one of floats would not.
+constexpr int saturatedSquare = 256 * 256;
+
+const std::uint8_t* edgeBytes() {
+    static const std::vector<std::uint8_t> table = [] {
+        const auto roots = colorDistances();
+        std::vector<std::uint8_t> t(saturatedSquare);
+        for (int i = 0; i < saturatedSquare; ++i) t[std::size_t(i)] = std::uint8_t(std::min(int(roots[std::size_t(i)]), 255));
+        return t;
+    }();
+    return table.data();
+}
+
+std::uint8_t edgeByte(const std::uint8_t* a, const std::uint8_t* b, const std::uint8_t* bytes) {
     const int db = int(b[0]) - int(a[0]);
     const int dg = int(b[1]) - int(a[1]);
     const int dr = int(b[2]) - int(a[2]);
-    const int value = static_cast<int>(distances[dr * dr + dg * dg + db * db]);
-    return static_cast<std::uint8_t>(std::min(value, 255));
+    const int square = dr * dr + dg * dg + db * db;
+    return square < saturatedSquare ? bytes[square] : 255;
 }
 
 bool hasUsableBuffer(const Bitmap& image) {
@@ -51,47 +61,33 @@ int reachInPixels(double radius, double scale) {
     return v >= 1e9 ? 1'000'000'000 : static_cast<int>(v);
 }
 
-// Running tallies of one candidate line over its span.
-struct LineTally {
-    std::uint32_t sum = 0;
-    std::uint32_t soft = 0;
-    std::uint32_t hard = 0;
+using LineTally = ScreenshotBoundaryLineTally;
 
-    void add(std::uint8_t v) {
-        sum += v;
-        soft += v >= softByte;
-        hard += v >= hardByte;
-    }
-    // The mean, when the line counts as an edge over a span of n bytes.
-    std::optional<float> edgeMean(int n) const {
-        const float count = static_cast<float>(n);
-        const float mean = static_cast<float>(sum) / count;
-        const bool strong = mean >= hardByte && static_cast<float>(hard) / count >= hardShare;
-        const bool faint = mean >= softByte && static_cast<float>(soft) / count >= softShare;
-        return strong || faint ? std::optional(mean) : std::nullopt;
-    }
-};
-
-struct NearestLine {
-    int line = 0;
-    float mean = 0;
-};
-
-// Of the tallied lines first … last, the edge nearest to centre; the lower index wins a tie.
-std::optional<NearestLine> nearestEdge(const std::vector<LineTally>& tallies, int first, int centre, int n) {
-    std::optional<NearestLine> best;
-    int bestDistance = 0;
-    for (std::size_t i = 0; i < tallies.size(); ++i) {
-        const auto mean = tallies[i].edgeMean(n);
-        if (!mean) continue;
-        const int line = first + static_cast<int>(i);
-        const int distance = std::abs(line - centre);
-        if (!best || distance < bestDistance) {
-            best = NearestLine{line, *mean};
-            bestDistance = distance;
+// The nearest edge to `centre` among candidate lines first … last; the lower index wins a tie.
+// `tally(from, count, out)` fills the tallies of lines from … from + count − 1 over n bytes each.
+// Lines go in batches, so no lookup allocates however far its radius reaches.
+template <typename TallyBatch>
+std::optional<ScreenshotBoundarySnapIndex::Hit> nearestEdge(int first, int last, int centre, int n,
+                                                            TallyBatch tally) {
+    constexpr int batch = 64;
+    LineTally tallies[batch];
+    std::optional<int> bestLine;
+    float bestMean = 0;
+    for (int from = first; from <= last; from += batch) {
+        const int count = std::min(batch, last - from + 1);
+        tally(from, count, tallies);
+        for (int i = 0; i < count; ++i) {
+            const auto mean = tallies[i].edgeMean(n);
+            if (!mean) continue;
+            const int line = from + i;
+            if (!bestLine || std::abs(line - centre) < std::abs(*bestLine - centre)) {
+                bestLine = line;
+                bestMean = *mean;
+            }
         }
     }
-    return best;
+    if (!bestLine) return std::nullopt;
+    return ScreenshotBoundarySnapIndex::Hit{double(*bestLine), bestMean};
 }
 
 }  // namespace
@@ -120,7 +116,7 @@ std::optional<ScreenshotBoundarySnapIndex> ScreenshotBoundarySnapIndex::build(
 
     auto vertical = ScreenshotBoundaryByteBuffer::create(std::ptrdiff_t(width + 1) * height);
     if (!vertical) return std::nullopt;
-    const float* distances = colorDistances().data();
+    const std::uint8_t* edgeTable = edgeBytes();
 
     // Column 0 and column width stay at the mapping's zero.
     std::uint8_t* verticalBytes = vertical->storage();
@@ -128,7 +124,7 @@ std::optional<ScreenshotBoundarySnapIndex> ScreenshotBoundarySnapIndex::build(
         if (cancelled(cancellation)) return;
         const std::uint8_t* row = pixels + y * stride;
         std::uint8_t* out = verticalBytes + y * std::size_t(width + 1);
-        for (int x = 1; x < width; ++x) out[x] = edgeByte(row + (x - 1) * 4, row + x * 4, distances);
+        for (int x = 1; x < width; ++x) out[x] = edgeByte(row + (x - 1) * 4, row + x * 4, edgeTable);
     });
     if (cancelled(cancellation)) return std::nullopt;
 
@@ -141,7 +137,7 @@ std::optional<ScreenshotBoundarySnapIndex> ScreenshotBoundarySnapIndex::build(
         const std::uint8_t* above = pixels + y * stride;
         const std::uint8_t* below = above + stride;
         std::uint8_t* out = horizontalBytes + (y + 1) * std::size_t(width);
-        for (int x = 0; x < width; ++x) out[x] = edgeByte(above + x * 4, below + x * 4, distances);
+        for (int x = 0; x < width; ++x) out[x] = edgeByte(above + x * 4, below + x * 4, edgeTable);
     });
     if (cancelled(cancellation)) return std::nullopt;
 
@@ -178,17 +174,13 @@ std::optional<ScreenshotBoundarySnapIndex::Hit> ScreenshotBoundarySnapIndex::nea
     const int last = std::min(centre + reach, width_ - 1);
     if (last < first) return std::nullopt;
 
-    // Rows outermost: each row's candidate columns sit side by side in one cache line.
-    std::vector<LineTally> tallies(static_cast<std::size_t>(last - first + 1));
     const std::size_t stride = std::size_t(width_) + 1;
-    const std::uint8_t* plane = verticalEdges_->storage();
-    for (int y = top; y <= bottom; ++y) {
-        const std::uint8_t* row = plane + std::size_t(y) * stride + std::size_t(first);
-        for (std::size_t i = 0; i < tallies.size(); ++i) tallies[i].add(row[i]);
-    }
-    const auto edge = nearestEdge(tallies, first, centre, bottom - top + 1);
+    const auto edge = nearestEdge(first, last, centre, bottom - top + 1, [&](int from, int count, LineTally* out) {
+        LineTally::tallyColumns(verticalEdges_->storage(), verticalEdges_->count(), stride, from, count, top, bottom,
+                                out);
+    });
     if (!edge) return std::nullopt;
-    return Hit{edge->line / sx, edge->mean};
+    return Hit{edge->position / sx, edge->strength};
 }
 
 std::optional<ScreenshotBoundarySnapIndex::Hit> ScreenshotBoundarySnapIndex::nearestHorizontal(
@@ -207,16 +199,13 @@ std::optional<ScreenshotBoundarySnapIndex::Hit> ScreenshotBoundarySnapIndex::nea
     const int last = std::min(centre + reach, height_ - 1);
     if (last < first) return std::nullopt;
 
-    std::vector<LineTally> tallies(static_cast<std::size_t>(last - first + 1));
     const std::uint8_t* plane = horizontalEdges_->storage();
-    for (std::size_t i = 0; i < tallies.size(); ++i) {
-        const std::uint8_t* row = plane + std::size_t(first + int(i)) * std::size_t(width_);
-        LineTally& tally = tallies[i];
-        for (int x = left; x <= right; ++x) tally.add(row[x]);
-    }
-    const auto edge = nearestEdge(tallies, first, centre, right - left + 1);
+    const auto edge = nearestEdge(first, last, centre, right - left + 1, [&](int from, int count, LineTally* out) {
+        for (int i = 0; i < count; ++i)
+            out[i] = LineTally::tallyRun(plane + std::size_t(from + i) * std::size_t(width_) + left, right - left + 1);
+    });
     if (!edge) return std::nullopt;
-    return Hit{viewSize_.height - edge->line / sy, edge->mean};
+    return Hit{viewSize_.height - edge->position / sy, edge->strength};
 }
 
 }  // namespace halvane
