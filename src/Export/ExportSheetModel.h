@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Export/Exporter.h"
 #include "Media/MovieWriter.h"
 #include "Model/EditSettings.h"
 #include "Model/RecordedEvents.h"
@@ -14,8 +15,6 @@
 #include <vector>
 
 namespace halvane {
-
-enum class ExportFormat { h264, hevc, gif };
 
 // One item of a size menu: its label (a localization key or a literal) and the canvas's short
 // side, 0 for the source's own size.

@@ -1,4 +1,4 @@
-#include "Media/ExportSheetModel.h"
+#include "Export/ExportSheetModel.h"
 
 #include <gtest/gtest.h>
 

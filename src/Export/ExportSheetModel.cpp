@@ -1,4 +1,4 @@
-#include "Media/ExportSheetModel.h"
+#include "Export/ExportSheetModel.h"
 
 #include "Render/CanvasLayout.h"
 #include "Support/Localization.h"
