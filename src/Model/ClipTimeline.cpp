@@ -1,6 +1,7 @@
 #include "Model/ClipTimeline.h"
 
 #include "Model/SpeedMap.h"
+#include "Model/StableOrder.h"
 
 #include <algorithm>
 #include <cmath>
@@ -106,7 +107,7 @@ std::vector<CutSegment> ClipTrim::cutsKeeping(const ClipSegment& proposed) const
     }
     if (limits.lower + 0.000001 < proposed.start) result.push_back({Uuid::random(), limits.lower, proposed.start});
     if (proposed.end < limits.upper - 0.000001) result.push_back({Uuid::random(), proposed.end, limits.upper});
-    std::stable_sort(result.begin(), result.end(), [](const auto& a, const auto& b) { return a.start < b.start; });
+    stableSortBy(result, &CutSegment::start);
     return result;
 }
 

@@ -1,6 +1,7 @@
 #include "Model/CursorTimeline.h"
 
 #include "Model/Easing.h"
+#include "Model/StableOrder.h"
 
 #include <algorithm>
 #include <cmath>
@@ -41,12 +42,12 @@ int CursorTimeline::substeps(double smoothness) {
 CursorTimeline::CursorTimeline(const RecordedEvents& events, double smoothness, double duration) {
     smooth(events.samples, smoothness, duration);
     std::vector<ClickEvent> clicks = events.clicks;
-    std::stable_sort(clicks.begin(), clicks.end(), [](const auto& a, const auto& b) { return a.t < b.t; });
+    stableSortBy(clicks, &ClickEvent::t);
     collectPresses(clicks, duration);
     collectClickIntervals(clicks, duration);
     collectActivity(events);
     std::vector<CursorShapeSample> shapes = events.shapes;
-    std::stable_sort(shapes.begin(), shapes.end(), [](const auto& a, const auto& b) { return a.t < b.t; });
+    stableSortBy(shapes, &CursorShapeSample::t);
     shapeTimes_.reserve(shapes.size());
     shapeValues_.reserve(shapes.size());
     for (const auto& s : shapes) {

@@ -2,6 +2,8 @@
 
 #include "Model/EditSettings.h"
 
+#include "Model/StableOrder.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -10,10 +12,6 @@ namespace halvane {
 namespace {
 
 TimeRange asTimeRange(TrimRange t) { return {t.start, t.end}; }
-
-void sortByStart(std::vector<CutSegment>& cuts) {
-    std::stable_sort(cuts.begin(), cuts.end(), [](const auto& a, const auto& b) { return a.start < b.start; });
-}
 
 }  // namespace
 
@@ -65,7 +63,7 @@ bool EditSettings::deleteClip(const ClipSegment& segment, double duration) {
     if (!canDeleteClip(segment, duration)) return false;
     std::vector<CutSegment> sorted = cuts.get();
     sorted.push_back({Uuid::random(), segment.start, segment.end});
-    sortByStart(sorted);
+    stableSortBy(sorted, &CutSegment::start);
     std::vector<CutSegment> merged;
     for (const auto& cut : sorted) {
         if (!merged.empty() && cut.start <= merged.back().end + 0.000001)

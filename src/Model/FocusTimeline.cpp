@@ -1,6 +1,7 @@
 #include "Model/FocusTimeline.h"
 
 #include "Model/Easing.h"
+#include "Model/StableOrder.h"
 #include "Model/ZoomTimeline.h"
 
 #include <algorithm>
@@ -14,7 +15,7 @@ namespace {
 std::vector<FocusSegment> switchesFromSamples(const std::vector<FocusSample>& input, int sourceCount,
                                               std::vector<double>& realTimes) {
     std::vector<FocusSample> samples = input;
-    std::stable_sort(samples.begin(), samples.end(), [](const auto& a, const auto& b) { return a.t < b.t; });
+    stableSortBy(samples, &FocusSample::t);
     int current = 0;
     int previous = 0;
     std::vector<FocusSegment> segments;
@@ -70,7 +71,7 @@ std::vector<FocusSegment> FocusTimeline::sanitized(const std::vector<FocusSegmen
     std::vector<FocusSegment> out;
     for (const auto& s : switches)
         if (s.source >= 0 && s.source < sourceCount) out.push_back(s);
-    std::stable_sort(out.begin(), out.end(), [](const auto& a, const auto& b) { return a.start < b.start; });
+    stableSortBy(out, &FocusSegment::start);
     return out;
 }
 

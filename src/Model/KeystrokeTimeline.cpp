@@ -1,6 +1,7 @@
 #include "Model/KeystrokeTimeline.h"
 
 #include "Model/Easing.h"
+#include "Model/StableOrder.h"
 #include "Support/UnicodeText.h"
 
 #include <algorithm>
@@ -40,7 +41,7 @@ std::vector<KeystrokeTimeline::Display> KeystrokeTimeline::displays(const std::v
     std::vector<KeyEvent> keys;
     for (const auto& k : input)
         if (mode == KeystrokeMode::allKeys || (k.modifiers & shortcutMask)) keys.push_back(k);
-    std::stable_sort(keys.begin(), keys.end(), [](const auto& a, const auto& b) { return a.t < b.t; });
+    stableSortBy(keys, &KeyEvent::t);
 
     std::vector<Display> ds;
     std::string text;

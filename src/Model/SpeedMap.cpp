@@ -1,5 +1,7 @@
 #include "Model/SpeedMap.h"
 
+#include "Model/StableOrder.h"
+
 #include <algorithm>
 
 namespace halvane {
@@ -14,7 +16,7 @@ struct SpeedRange {
 
 std::vector<TimeRange> mergedCuts(const std::vector<CutSegment>& cuts, TimeRange trim) {
     std::vector<CutSegment> sorted = cuts;
-    std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.start < b.start; });
+    stableSortBy(sorted, &CutSegment::start);
     std::vector<TimeRange> removed;
     for (const auto& cut : sorted) {
         double s = std::max(trim.lower, cut.start);
@@ -41,7 +43,7 @@ std::vector<TimeRange> keptRanges(const std::vector<TimeRange>& removed, TimeRan
 
 std::vector<SpeedRange> speedRanges(const std::vector<SpeedSegment>& speeds, TimeRange trim) {
     std::vector<SpeedSegment> sorted = speeds;
-    std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.start < b.start; });
+    stableSortBy(sorted, &SpeedSegment::start);
     std::vector<SpeedRange> ranges;
     for (const auto& seg : sorted) {
         double s = std::max(trim.lower, seg.start);

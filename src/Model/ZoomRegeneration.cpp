@@ -1,6 +1,7 @@
 #include "Model/ZoomRegeneration.h"
 
 #include "Model/Project.h"
+#include "Model/StableOrder.h"
 #include "Model/ZoomTimeline.h"
 
 #include <algorithm>
@@ -23,7 +24,7 @@ std::vector<ZoomSegment> ZoomRegeneration::zooms(const RecordingMeta& meta, cons
     auto generated = ZoomTimeline::generate(events.clicks, level(meta, settings, multiSource), meta.duration,
                                             sourceCount, settings.focusSwitches.get());
     result.insert(result.end(), generated.begin(), generated.end());
-    std::stable_sort(result.begin(), result.end(), [](const auto& a, const auto& b) { return a.start < b.start; });
+    stableSortBy(result, &ZoomSegment::start);
     return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include "Model/Easing.h"
 #include "Model/FocusTimeline.h"
+#include "Model/StableOrder.h"
 
 #include <algorithm>
 #include <cmath>
@@ -170,7 +171,7 @@ std::vector<ZoomTimeline::Press> ZoomTimeline::presses(const std::vector<ClickEv
     std::vector<ClickEvent> left;
     for (const auto& c : clicks)
         if (c.button == 0) left.push_back(c);
-    std::stable_sort(left.begin(), left.end(), [](const auto& a, const auto& b) { return a.t < b.t; });
+    stableSortBy(left, &ClickEvent::t);
     std::vector<Press> result;
     std::optional<Press> pending;
     for (const auto& c : left) {
@@ -241,7 +242,7 @@ std::vector<ZoomSegment> ZoomTimeline::generate(const std::vector<ClickEvent>& c
             if (auto placed = placeInStretch(g, stretches, duration)) kept.push_back(*placed);
         }
     }
-    std::stable_sort(kept.begin(), kept.end(), [](const auto& a, const auto& b) { return a.start < b.start; });
+    stableSortBy(kept, &ZoomSegment::start);
     return kept;
 }
 
@@ -281,7 +282,7 @@ std::vector<ZoomTimeline::EffectiveSegment> ZoomTimeline::effectiveSegments(cons
                                                                             const Follow& follow) {
     const double tempo = std::clamp(speed, 0.25, 4.0);
     std::vector<ZoomSegment> zooms = input;
-    std::stable_sort(zooms.begin(), zooms.end(), [](const auto& a, const auto& b) { return a.start < b.start; });
+    stableSortBy(zooms, &ZoomSegment::start);
 
     std::vector<const ZoomSegment*> used;
     std::vector<std::pair<double, double>> spans;
