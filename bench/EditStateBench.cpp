@@ -26,80 +26,71 @@ EditSettings heavySettings() {
     return s;
 }
 
-// One observer that reads the settings, as the render model does.
-void observe(EditState& state, int64_t& seen) {
-    state.onChange.push_back([&state, &seen](EditState::Change) { seen += static_cast<int64_t>(state.settings().zooms.size()); });
-}
+// A heavy edit with one observer that reads the settings, as the render model does.
+struct HeavyEdit {
+    EditState state{heavySettings()};
+    int64_t seen = 0;
+    double v = 0;
+
+    HeavyEdit() {
+        state.onChange.push_back([this](EditState::Change) { seen += static_cast<int64_t>(state.settings().zooms.size()); });
+    }
+    void sliderTick() {
+        v += 0.0001;
+        state.editGesture("undo.padding", EditState::Change::appearance, [x = v](EditSettings& s) { s.padding = x; });
+    }
+    void zoomDragTick() {
+        v += 0.0001;
+        state.editGesture("undo.moveZoom", EditState::Change::zooms, [x = v](EditSettings& s) { s.zooms.edit()[2500].start = 2500 + x; });
+    }
+};
 
 void BM_GestureTickSlider(benchmark::State& st) {
-    EditState state(heavySettings());
-    int64_t seen = 0;
-    observe(state, seen);
-    double v = 0;
-    for (auto _ : st) {
-        v += 0.0001;
-        state.editGesture("undo.padding", EditState::Change::appearance, [v](EditSettings& s) { s.padding = v; });
-    }
-    state.commitGesture();
-    benchmark::DoNotOptimize(seen);
+    HeavyEdit edit;
+    for (auto _ : st) edit.sliderTick();
+    edit.state.commitGesture();
+    benchmark::DoNotOptimize(edit.seen);
 }
 BENCHMARK(BM_GestureTickSlider)->Unit(benchmark::kMicrosecond);
 
 void BM_GestureTickZoomDrag(benchmark::State& st) {
-    EditState state(heavySettings());
-    int64_t seen = 0;
-    observe(state, seen);
-    double v = 0;
-    for (auto _ : st) {
-        v += 0.0001;
-        state.editGesture("undo.moveZoom", EditState::Change::zooms, [v](EditSettings& s) { s.zooms.edit()[2500].start = 2500 + v; });
-    }
-    state.commitGesture();
-    benchmark::DoNotOptimize(seen);
+    HeavyEdit edit;
+    for (auto _ : st) edit.zoomDragTick();
+    edit.state.commitGesture();
+    benchmark::DoNotOptimize(edit.seen);
 }
 BENCHMARK(BM_GestureTickZoomDrag)->Unit(benchmark::kMicrosecond);
 
 // A whole drag: open, 60 ticks, commit (the commit compares and records one step).
 void BM_ZoomDragOf60Ticks(benchmark::State& st) {
-    EditState state(heavySettings());
-    int64_t seen = 0;
-    observe(state, seen);
-    double v = 0;
+    HeavyEdit edit;
     for (auto _ : st) {
-        for (int i = 0; i < 60; ++i) {
-            v += 0.0001;
-            state.editGesture("undo.moveZoom", EditState::Change::zooms, [v](EditSettings& s) { s.zooms.edit()[2500].start = 2500 + v; });
-        }
-        state.commitGesture();
+        for (int i = 0; i < 60; ++i) edit.zoomDragTick();
+        edit.state.commitGesture();
     }
-    benchmark::DoNotOptimize(seen);
+    benchmark::DoNotOptimize(edit.seen);
 }
 BENCHMARK(BM_ZoomDragOf60Ticks)->Unit(benchmark::kMicrosecond);
 
 // A single step: snapshot, mutate, record in the history, notify.
 void BM_EditStep(benchmark::State& st) {
-    EditState state(heavySettings());
-    int64_t seen = 0;
-    observe(state, seen);
-    double v = 0;
+    HeavyEdit edit;
     for (auto _ : st) {
-        v += 0.0001;
-        state.edit("undo.padding", EditState::Change::appearance, [v](EditSettings& s) { s.padding = v; });
+        edit.v += 0.0001;
+        edit.state.edit("undo.padding", EditState::Change::appearance, [x = edit.v](EditSettings& s) { s.padding = x; });
     }
-    benchmark::DoNotOptimize(seen);
+    benchmark::DoNotOptimize(edit.seen);
 }
 BENCHMARK(BM_EditStep)->Unit(benchmark::kMicrosecond);
 
 void BM_UndoRedo(benchmark::State& st) {
-    EditState state(heavySettings());
-    int64_t seen = 0;
-    observe(state, seen);
-    state.edit("undo.moveZoom", EditState::Change::zooms, [](EditSettings& s) { s.zooms.edit()[10].level = 2; });
+    HeavyEdit edit;
+    edit.state.edit("undo.moveZoom", EditState::Change::zooms, [](EditSettings& s) { s.zooms.edit()[10].level = 2; });
     for (auto _ : st) {
-        state.undo();
-        state.redo();
+        edit.state.undo();
+        edit.state.redo();
     }
-    benchmark::DoNotOptimize(seen);
+    benchmark::DoNotOptimize(edit.seen);
 }
 BENCHMARK(BM_UndoRedo)->Unit(benchmark::kMicrosecond);
 
