@@ -15,6 +15,21 @@ constexpr double loopGlide = 0.8;
 constexpr double rippleLife = 0.6;
 constexpr double rippleHold = 0.3;
 
+// A zoom of one source, fitted to the first stretch in which that source is in front: it starts
+// once the switch and its ramp in are through, and runs out behind the next switch.
+std::optional<ZoomSegment> placedInFront(ZoomSegment z, const std::vector<ZoomTimeline::FrontStretch>& stretches,
+                                         double tempo, double duration) {
+    auto stretch = ZoomTimeline::overlappingStretch(stretches, z.start, z.end);
+    if (!stretch) return std::nullopt;
+    const double earliest = stretch->start > 0.001 ? stretch->start + 0.65 + 1.35 / tempo - 0.4 : 0;
+    z.start = std::max(earliest, z.start);
+    const double visibleEnd = std::min({z.end, stretch->leave.value_or(duration), duration});
+    if (visibleEnd - (z.start + 0.4) <= 0.001) return std::nullopt;
+    if (stretch->leave && z.end > *stretch->leave - 1 / tempo) z.end = *stretch->leave + 0.65;
+    z.end = std::min(z.end, duration);
+    return z;
+}
+
 }  // namespace
 
 RenderModel::RenderModel(RecordingMeta meta, RecordedEvents events, const EditSettings& settings)
@@ -112,17 +127,9 @@ std::vector<RenderModel::Segments> RenderModel::effectiveZoomsBySource(const Edi
     for (int s = 0; s < n; ++s) {
         const auto stretches = ZoomTimeline::frontStretches(s, switches, duration);
         std::vector<ZoomSegment> own;
-        for (ZoomSegment z : zooms) {
+        for (const ZoomSegment& z : zooms) {
             if (!(z.source ? *z.source == s : s == 0)) continue;
-            auto stretch = ZoomTimeline::overlappingStretch(stretches, z.start, z.end);
-            if (!stretch) continue;
-            double earliest = stretch->start > 0.001 ? stretch->start + 0.65 + 1.35 / tempo - 0.4 : 0;
-            z.start = std::max(earliest, z.start);
-            double visibleEnd = std::min({z.end, stretch->leave.value_or(duration), duration});
-            if (visibleEnd - (z.start + 0.4) <= 0.001) continue;
-            if (stretch->leave && z.end > *stretch->leave - 1 / tempo) z.end = *stretch->leave + 0.65;
-            z.end = std::min(z.end, duration);
-            own.push_back(z);
+            if (auto placed = placedInFront(z, stretches, tempo, duration)) own.push_back(*placed);
         }
         ZoomTimeline::Follow follow;
         if (following) {
@@ -148,32 +155,8 @@ RenderState RenderModel::state(double t, const EditSettings& settings) const {
     // A windows take of the first format kept no usable pointer data.
     const bool pointerUsable = !(meta_.mode == "windows" && meta_.version < 2);
     if (settings.showCursor && pointerUsable) {
-        if (auto p = pointerWithLoop(cursorTimeline_, t, settings, meta_.duration)) {
-            bool placed = false;
-            if (pointerMap_) {
-                if (auto h = pointerMap_->hit(t, *p)) {
-                    st.cursor = h->point;
-                    st.cursorSource = h->source;
-                    placed = true;
-                }
-            } else {
-                Point c = inCrop(*p, crop_);
-                if (c.x > -0.02 && c.x < 1.02 && c.y > -0.02 && c.y < 1.02) {
-                    st.cursor = c;
-                    placed = true;
-                }
-            }
-            if (placed) {
-                st.cursorShape = settings.cursorSyncShape && settings.cursorStyle != CursorStyle::dot
-                                     ? cursorTimeline_.shape(t)
-                                     : CursorShape::arrow;
-                st.pressAmount = settings.clickBounce ? cursorTimeline_.pressAmount(t) : 0;
-                if (settings.cursorAutoHide) {
-                    st.cursorAlpha = cursorTimeline_.activityAlpha(t);
-                    if (st.cursorAlpha < 0.004) st.cursor.reset();
-                }
-            }
-        }
+        if (auto p = pointerWithLoop(cursorTimeline_, t, settings, meta_.duration))
+            if (placeCursor(st, t, *p)) addCursorLook(st, t, settings);
         if (settings.clickEffect != ClickEffect::none) addRipples(st, t, settings);
     }
 
@@ -184,6 +167,30 @@ RenderState RenderModel::state(double t, const EditSettings& settings) const {
             st.sourceZoomRects.push_back(ZoomTimeline::visibleRect(zoomTime, segments));
     }
     return st;
+}
+
+bool RenderModel::placeCursor(RenderState& st, double t, Point p) const {
+    if (pointerMap_) {
+        auto h = pointerMap_->hit(t, p);
+        if (!h) return false;  // off all sources
+        st.cursor = h->point;
+        st.cursorSource = h->source;
+        return true;
+    }
+    const Point c = inCrop(p, crop_);
+    if (!(c.x > -0.02 && c.x < 1.02 && c.y > -0.02 && c.y < 1.02)) return false;  // outside the frame
+    st.cursor = c;
+    return true;
+}
+
+void RenderModel::addCursorLook(RenderState& st, double t, const EditSettings& settings) const {
+    st.cursorShape = settings.cursorSyncShape && settings.cursorStyle != CursorStyle::dot ? cursorTimeline_.shape(t)
+                                                                                          : CursorShape::arrow;
+    st.pressAmount = settings.clickBounce ? cursorTimeline_.pressAmount(t) : 0;
+    if (settings.cursorAutoHide) {
+        st.cursorAlpha = cursorTimeline_.activityAlpha(t);
+        if (st.cursorAlpha < 0.004) st.cursor.reset();
+    }
 }
 
 void RenderModel::addRipples(RenderState& st, double t, const EditSettings& settings) const {

@@ -72,6 +72,9 @@ public:
     static Point inCrop(Point p, const Rect& crop);
 
 private:
+    // Puts the pointer into the state if it lies on a source or inside the frame.
+    bool placeCursor(RenderState& state, double t, Point pointer) const;
+    void addCursorLook(RenderState& state, double t, const EditSettings& settings) const;
     void addRipples(RenderState& state, double t, const EditSettings& settings) const;
 
     RecordingMeta meta_;
