@@ -1,4 +1,5 @@
 #include "Cli/CliCommand.h"
+#include "Cli/CliSupport.h"
 #include "Cli/Commands.h"
 #include "Model/ImageAnnotation.h"
 #include "Render/BitmapImage.h"
@@ -8,12 +9,10 @@
 #include "Support/Json.h"
 
 #include <QBuffer>
-#include <QGuiApplication>
 #include <QImage>
 #include <QImageReader>
 
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -59,11 +58,9 @@ std::optional<std::string> parseArguments(const Args& args, AnnotateOptions& opt
             const std::string& value = args[++i];
             if (arg == "--marks") marks = value;
             else if (arg == "--mark-scale") {
-                char* end = nullptr;
-                const double v = std::strtod(value.c_str(), &end);
-                if (value.empty() || *end != '\0' || !(v > 0) || !std::isfinite(v))
-                    return "--mark-scale needs a number above 0, not \"" + value + "\"";
-                options.markScale = v;
+                const auto v = parseNumber(value);
+                if (!v || !(*v > 0)) return "--mark-scale needs a number above 0, not \"" + value + "\"";
+                options.markScale = *v;
             } else output = value;
         } else if (arg.size() > 1 && arg[0] == '-') {
             return "unknown option " + arg;
@@ -101,17 +98,6 @@ ImageAnnotation pictureAnnotation(const QImage& image, const std::filesystem::pa
     picture.style.shadow = false;
     picture.asset = std::make_shared<ImageAsset>(Uuid::random(), bitmapOf(image), source);
     return picture;
-}
-
-void ensureGuiApplication() {
-    if (QGuiApplication::instance()) return;
-    // Text needs fonts, and fonts need an application; no display is needed for that.
-    setenv("QT_QPA_PLATFORM", "offscreen", 0);
-    static int argc = 1;
-    static char name[] = "halvane-cli";
-    static char* argv[] = {name, nullptr};
-    static QGuiApplication* app = new QGuiApplication(argc, argv);
-    (void)app;
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "Render/ArrowGeometry.h"
 #include "Render/CanvasCoordinates.h"
 #include "Render/PictureDrawing.h"
+#include "Render/QtColor.h"
 #include "Render/RasterKernels.h"
 
 #include <QPainter>
@@ -25,8 +26,7 @@ constexpr double spotlightDim = 0.6;
 constexpr double highlighterAlpha = 0.55;
 constexpr double sigmaPerPixel = 2.5;
 
-QColor qColor(const Color& c) { return QColor::fromRgbF(c.red, c.green, c.blue, c.alpha); }
-QColor styleColor(const AnnotationStyle& s, double alpha = 1) { return qColor(Color::fromHex(s.colorHex).withAlpha(alpha)); }
+QColor styleColor(const AnnotationStyle& s, double alpha = 1) { return hexColor(s.colorHex, alpha); }
 QPointF q(Point p) { return {p.x, p.y}; }
 QRectF q(const Rect& r) {
     const Rect s = r.standardized();
@@ -195,7 +195,7 @@ void drawText(QPainter& painter, const ImageAnnotation& a, const AnnotationMetri
     if (a.text.empty() || (options.editingTextID && *options.editingTextID == a.id)) return;
     const AnnotationFont font(m.fontSize, QFont::DemiBold);
     const QString words = QString::fromStdString(a.text);
-    const QColor color = qColor(AnnotationTypography::foregroundColor(a.style));
+    const QColor color = toQColor(AnnotationTypography::foregroundColor(a.style));
     const Paint paintWords = [&](QPainter& p) {
         p.save();
         enterTopDown(p, box);
