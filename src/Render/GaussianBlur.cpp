@@ -1,6 +1,6 @@
 // Gaussian blur with clamp-to-edge, separable. Small sigmas convolve with the exact kernel; from
 // sigma 3 on, three running box filters of matched widths stand in for the Gaussian (their
-// convolution is within a percent of it), so the cost no longer grows with sigma. From sigma 8 on the
+// convolution is within a percent of it), so the cost no longer grows with sigma. From sigma 5 on the
 // picture is first reduced by a whole factor, blurred, and enlarged again: a wide blur has no detail
 // left that the reduction could lose. Every pass runs down columns, whole rows at a time, so memory
 // is read in order and the inner loops vectorise; rows are blurred as columns of the transpose.
@@ -157,26 +157,29 @@ void blurFull(const Plane& image, double sigma) {
 
 // ---- large sigmas: blur a reduced copy, then enlarge it again
 
-// Mean of each f × f cell (the last row and column of cells may be partial).
+// Mean of each f × f cell (the last row and column of cells may be partial). Rows of a cell are
+// summed whole first, which vectorises; only the short sum across each cell is done per pixel.
 void reduce(const Plane& src, const Plane& dst, int f) {
     const int C = src.channels;
-    std::vector<uint32_t> sums(static_cast<size_t>(dst.width) * C);
+    const int n = src.rowBytes();
+    std::vector<uint32_t> columnSums(n);
     for (int by = 0; by < dst.height; ++by) {
-        std::fill(sums.begin(), sums.end(), 0);
         const int y0 = by * f, y1 = std::min(y0 + f, src.height);
+        std::fill(columnSums.begin(), columnSums.end(), 0);
+        uint32_t* sums = columnSums.data();
         for (int y = y0; y < y1; ++y) {
             const uchar* row = src.row(y);
-            for (int bx = 0; bx < dst.width; ++bx) {
-                uint32_t* cell = &sums[static_cast<size_t>(bx) * C];
-                const int x1 = std::min((bx + 1) * f, src.width);
-                for (int x = bx * f; x < x1; ++x)
-                    for (int c = 0; c < C; ++c) cell[c] += row[x * C + c];
-            }
+            for (int i = 0; i < n; ++i) sums[i] += row[i];
         }
         uchar* out = dst.row(by);
         for (int bx = 0; bx < dst.width; ++bx) {
-            const uint32_t count = static_cast<uint32_t>((std::min((bx + 1) * f, src.width) - bx * f) * (y1 - y0));
-            for (int c = 0; c < C; ++c) out[bx * C + c] = static_cast<uchar>((sums[bx * C + c] + count / 2) / count);
+            const int x0 = bx * f, x1 = std::min(x0 + f, src.width);
+            const uint32_t count = static_cast<uint32_t>((x1 - x0) * (y1 - y0));
+            for (int c = 0; c < C; ++c) {
+                uint32_t total = 0;
+                for (int x = x0; x < x1; ++x) total += sums[x * C + c];
+                out[bx * C + c] = static_cast<uchar>((total + count / 2) / count);
+            }
         }
     }
 }
@@ -220,24 +223,30 @@ void enlargeRow4(const uchar* line, uchar* out, const std::vector<Tap>& taps) {
     }
 }
 
+// Bilinear enlargement: each reduced row is widened once, then every output row is a blend of two
+// widened rows, a loop over whole rows that vectorises.
 void enlarge(const Plane& small, const Plane& image, int f) {
     const int C = small.channels;
     const auto columns = enlargeTaps(image.width, small.width, f);
     const auto rows = enlargeTaps(image.height, small.height, f);
-    std::vector<uchar> line(static_cast<size_t>(small.rowBytes()));
+    const int n = image.rowBytes();
+    std::vector<uchar> wide(static_cast<size_t>(n) * small.height);
+    for (int y = 0; y < small.height; ++y) {
+        if (C == 4) enlargeRow4(small.row(y), &wide[static_cast<size_t>(y) * n], columns);
+        else enlargeRow1(small.row(y), &wide[static_cast<size_t>(y) * n], columns);
+    }
     for (int y = 0; y < image.height; ++y) {
         const Tap& r = rows[y];
-        const uchar* a = small.row(r.first);
-        const uchar* b = small.row(r.second);
-        for (int i = 0; i < small.rowBytes(); ++i)
-            line[i] = static_cast<uchar>((a[i] * (256 - r.weight) + b[i] * r.weight + 128) >> 8);
-        if (C == 4) enlargeRow4(line.data(), image.row(y), columns);
-        else enlargeRow1(line.data(), image.row(y), columns);
+        const uchar* a = &wide[static_cast<size_t>(r.first) * n];
+        const uchar* b = &wide[static_cast<size_t>(r.second) * n];
+        const uint16_t wb = static_cast<uint16_t>(r.weight), wa = static_cast<uint16_t>(256 - r.weight);
+        uchar* out = image.row(y);
+        for (int i = 0; i < n; ++i) out[i] = static_cast<uchar>((a[i] * wa + b[i] * wb + 128) >> 8);
     }
 }
 
-// How much to reduce before blurring: enough that the reduced blur still spans about four pixels.
-int reductionFactor(double sigma) { return std::clamp(static_cast<int>(sigma / 4), 1, 8); }
+// How much to reduce before blurring: the reduced blur keeps a sigma of two and a half pixels or more.
+int reductionFactor(double sigma) { return std::clamp(static_cast<int>(sigma / 2.5), 1, 8); }
 
 void blurReduced(const Plane& image, double sigma, int f) {
     const int w = (image.width + f - 1) / f, h = (image.height + f - 1) / f;

@@ -53,7 +53,7 @@ TEST_P(GaussianBlurSigmas, StepEdgeSpreadsBySigmaAndStaysSymmetric) {
     for (int x = 1; x < 400; ++x) EXPECT_GE(red(image, x, 3), red(image, x - 1, 3)) << x;
 }
 
-INSTANTIATE_TEST_SUITE_P(SmallAndLarge, GaussianBlurSigmas, ::testing::Values(1.0, 2.5, 4.0, 12.0, 30.0));
+INSTANTIATE_TEST_SUITE_P(SmallAndLarge, GaussianBlurSigmas, ::testing::Values(1.0, 2.5, 4.0, 5.0, 12.0, 20.0, 30.0));
 
 TEST(GaussianBlur, ClampsToTheEdgeInsteadOfFadingIn) {
     // Zero padding would darken and thin the border of an opaque picture.
