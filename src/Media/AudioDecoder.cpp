@@ -10,6 +10,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <optional>
 #include <cstring>
 #include <sstream>
 #include <vector>
@@ -50,10 +51,8 @@ struct AudioDecoder::Impl {
     AVFilterContext* sink = nullptr;
     Packet packet = makePacket();
     Frame decoded = makeFrame();
-    Frame filtered = makeFrame();
-    int filteredOffset = 0;
+    std::optional<AudioSinkReader> output;
     bool inputDone = false;
-    bool graphDone = false;
 
     [[noreturn]] void fail(const std::string& why) const {
         throw HalvaneError("cannot read \"" + path + "\": " + why);
@@ -93,23 +92,10 @@ struct AudioDecoder::Impl {
 
         require(avfilter_graph_create_filter(&sink, avfilter_get_by_name("abuffersink"), "out",
                                              nullptr, nullptr, graph.get()));
-        AVFilterInOut* outputs = nullptr;
-        for (size_t i = n; i-- > 0;) {
-            AVFilterInOut* o = avfilter_inout_alloc();
-            o->name = av_strdup(("in" + std::to_string(i)).c_str());
-            o->filter_ctx = sources[i].buffer;
-            o->next = outputs;
-            outputs = o;
-        }
-        AVFilterInOut* inputs = avfilter_inout_alloc();
-        inputs->name = av_strdup("out");
-        inputs->filter_ctx = sink;
-        int rc = avfilter_graph_parse_ptr(graph.get(), chain.str().c_str(), &inputs, &outputs,
-                                          nullptr);
-        avfilter_inout_free(&inputs);
-        avfilter_inout_free(&outputs);
-        require(rc);
-        require(avfilter_graph_config(graph.get(), nullptr));
+        std::vector<std::pair<std::string, AVFilterContext*>> inputs;
+        for (size_t i = 0; i < n; ++i) inputs.emplace_back("in" + std::to_string(i), sources[i].buffer);
+        connectFilterChain(graph.get(), chain.str(), inputs, sink, "cannot read \"" + path + "\"");
+        output.emplace(sink, channelCount, "cannot read \"" + path + "\"");
     }
 
     // Mono is heard the same on both sides and stereo folds to its average, as players do;
@@ -162,41 +148,11 @@ struct AudioDecoder::Impl {
         }
     }
 
-    bool fill() {
-        while (filtered->nb_samples == 0 || filteredOffset >= filtered->nb_samples) {
-            if (graphDone) return false;
-            av_frame_unref(filtered.get());
-            filteredOffset = 0;
-            int rc = av_buffersink_get_frame(sink, filtered.get());
-            if (rc == AVERROR(EAGAIN)) {
-                if (inputDone) {
-                    graphDone = true;
-                    return false;
-                }
-                feed();
-                continue;
-            }
-            if (rc == AVERROR_EOF) {
-                graphDone = true;
-                return false;
-            }
-            require(rc);
-        }
-        return true;
-    }
-
     int read(float* out, int maxFrames) {
-        int written = 0;
-        while (written < maxFrames && fill()) {
-            int n = std::min(maxFrames - written, filtered->nb_samples - filteredOffset);
-            const auto* samples = reinterpret_cast<const float*>(filtered->data[0]);
-            std::memcpy(out + static_cast<size_t>(written) * channelCount,
-                        samples + static_cast<size_t>(filteredOffset) * channelCount,
-                        sizeof(float) * n * channelCount);
-            filteredOffset += n;
-            written += n;
-        }
-        return written;
+        return output->read(out, maxFrames, [this] {
+            feed();
+            return !inputDone;
+        });
     }
 };
 

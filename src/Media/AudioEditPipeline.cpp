@@ -14,6 +14,7 @@ extern "C" {
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <optional>
 #include <sstream>
 
 namespace halvane {
@@ -65,10 +66,8 @@ struct AudioEditPipeline::Impl {
     AVFilterContext* sink = nullptr;
     Frame input = makeFrame();
     int64_t fed = 0;
-    Frame filtered = makeFrame();
-    int filteredOffset = 0;  // frames of `filtered` already given out
+    std::optional<AudioSinkReader> output;  // none when nothing is kept
     bool inputDone = false;
-    bool graphDone = false;
     int64_t total = 0;
     int64_t position = 0;
 
@@ -109,18 +108,8 @@ struct AudioEditPipeline::Impl {
         chain << "concat=n=" << k << ":v=0:a=1,aformat=sample_fmts=flt:sample_rates=" << sampleRate
               << ":channel_layouts=stereo[out]";
 
-        AVFilterInOut* outputs = avfilter_inout_alloc();
-        outputs->name = av_strdup("in");
-        outputs->filter_ctx = source;
-        AVFilterInOut* inputs = avfilter_inout_alloc();
-        inputs->name = av_strdup("out");
-        inputs->filter_ctx = sink;
-        int rc = avfilter_graph_parse_ptr(graph.get(), chain.str().c_str(), &inputs, &outputs,
-                                          nullptr);
-        avfilter_inout_free(&inputs);
-        avfilter_inout_free(&outputs);
-        require(rc);
-        require(avfilter_graph_config(graph.get(), nullptr));
+        connectFilterChain(graph.get(), chain.str(), {{"in", source}}, sink, "audio reader failed");
+        output.emplace(sink, channels, "audio reader failed");
     }
 
     void feed() {
@@ -148,51 +137,17 @@ struct AudioEditPipeline::Impl {
         require(av_buffersrc_add_frame_flags(source, input.get(), 0));
     }
 
-    // Makes sure `filtered` holds unread frames; false at the end of the output.
-    bool fill() {
-        while (filtered->nb_samples == 0 || filteredOffset >= filtered->nb_samples) {
-            if (graphDone) return false;
-            av_frame_unref(filtered.get());
-            filteredOffset = 0;
-            int rc = av_buffersink_get_frame(sink, filtered.get());
-            if (rc == AVERROR(EAGAIN)) {
-                if (inputDone) {  // everything is in and nothing more comes out
-                    graphDone = true;
-                    return false;
-                }
-                feed();
-                continue;
-            }
-            if (rc == AVERROR_EOF) {
-                graphDone = true;
-                return false;
-            }
-            check(rc, "audio reader failed");
-        }
-        return true;
-    }
-
     int read(float* out, int maxFrames) {
-        int written = 0;
-        while (written < maxFrames && position < total) {
-            if (!fill()) {
-                // The graph gives exactly `total`; any shortfall would be a filter's rounding.
-                int n = static_cast<int>(std::min<int64_t>(maxFrames - written, total - position));
-                std::memset(out + written * channels, 0, sizeof(float) * n * channels);
-                written += n;
-                position += n;
-                break;
-            }
-            int n = std::min({maxFrames - written, filtered->nb_samples - filteredOffset,
-                              static_cast<int>(std::min<int64_t>(maxFrames, total - position))});
-            const auto* samples = reinterpret_cast<const float*>(filtered->data[0]);
-            std::memcpy(out + written * channels, samples + filteredOffset * channels,
-                        sizeof(float) * n * channels);
-            filteredOffset += n;
-            written += n;
-            position += n;
-        }
-        return written;
+        int wanted = static_cast<int>(std::min<int64_t>(maxFrames, total - position));
+        int n = output ? output->read(out, wanted, [this] {
+            feed();
+            return !inputDone;
+        }) : 0;
+        // The graph gives exactly `total`; a shortfall could only be a filter's rounding.
+        if (n < wanted) std::memset(out + static_cast<size_t>(n) * channels, 0,
+                                    sizeof(float) * (wanted - n) * channels);
+        position += wanted;
+        return wanted;
     }
 };
 
@@ -215,11 +170,7 @@ std::unique_ptr<AudioEditPipeline> AudioEditPipeline::open(const std::filesystem
     }
     if (!impl->decoder) return nullptr;
     impl->total = outputFrames(ranges);
-    if (ranges.empty()) {
-        impl->graphDone = true;
-    } else {
-        impl->buildGraph(ranges);
-    }
+    if (!ranges.empty()) impl->buildGraph(ranges);
     return std::unique_ptr<AudioEditPipeline>(new AudioEditPipeline(std::move(impl)));
 }
 

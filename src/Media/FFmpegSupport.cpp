@@ -3,10 +3,13 @@
 #include "Support/HalvaneError.h"
 
 extern "C" {
+#include <libavfilter/buffersink.h>
 #include <libavutil/error.h>
 #include <libavutil/log.h>
 }
 
+#include <algorithm>
+#include <cstring>
 #include <mutex>
 
 namespace halvane::ffmpeg {
@@ -60,6 +63,65 @@ CodecContext openDecoder(const AVStream* stream, int threads) {
     ctx->thread_count = threads;
     check(avcodec_open2(ctx.get(), codec, nullptr), "cannot open decoder");
     return ctx;
+}
+
+void connectFilterChain(AVFilterGraph* graph, const std::string& chain,
+                        const std::vector<std::pair<std::string, AVFilterContext*>>& sources,
+                        AVFilterContext* sink, const std::string& what) {
+    AVFilterInOut* outputs = nullptr;
+    for (auto it = sources.rbegin(); it != sources.rend(); ++it) {
+        AVFilterInOut* o = avfilter_inout_alloc();
+        o->name = av_strdup(it->first.c_str());
+        o->filter_ctx = it->second;
+        o->next = outputs;
+        outputs = o;
+    }
+    AVFilterInOut* inputs = avfilter_inout_alloc();
+    inputs->name = av_strdup("out");
+    inputs->filter_ctx = sink;
+    int rc = avfilter_graph_parse_ptr(graph, chain.c_str(), &inputs, &outputs, nullptr);
+    avfilter_inout_free(&inputs);
+    avfilter_inout_free(&outputs);
+    check(rc, what);
+    check(avfilter_graph_config(graph, nullptr), what);
+}
+
+AudioSinkReader::AudioSinkReader(AVFilterContext* sink, int channels, std::string what)
+    : sink_(sink), channels_(channels), what_(std::move(what)), frame_(makeFrame()) {}
+
+bool AudioSinkReader::fill(const std::function<bool()>& feed) {
+    while (frame_->nb_samples == 0 || offset_ >= frame_->nb_samples) {
+        if (done_) return false;
+        av_frame_unref(frame_.get());
+        offset_ = 0;
+        int rc = av_buffersink_get_frame(sink_, frame_.get());
+        if (rc == AVERROR(EAGAIN)) {
+            // Everything is in and nothing more comes out: the end.
+            if (!inputLeft_) done_ = true;
+            else inputLeft_ = feed();
+            continue;
+        }
+        if (rc == AVERROR_EOF) {
+            done_ = true;
+            return false;
+        }
+        check(rc, what_);
+    }
+    return true;
+}
+
+int AudioSinkReader::read(float* out, int maxFrames, const std::function<bool()>& feed) {
+    int written = 0;
+    while (written < maxFrames && fill(feed)) {
+        int n = std::min(maxFrames - written, frame_->nb_samples - offset_);
+        const auto* samples = reinterpret_cast<const float*>(frame_->data[0]);
+        std::memcpy(out + static_cast<size_t>(written) * channels_,
+                    samples + static_cast<size_t>(offset_) * channels_,
+                    sizeof(float) * n * channels_);
+        offset_ += n;
+        written += n;
+    }
+    return written;
 }
 
 }  // namespace halvane::ffmpeg

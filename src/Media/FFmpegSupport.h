@@ -10,8 +10,11 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace halvane::ffmpeg {
 
@@ -56,6 +59,35 @@ FormatInput openInput(const std::string& path);
 
 // Opens a decoder for one stream (frame threads for video). Throws HalvaneError.
 CodecContext openDecoder(const AVStream* stream, int threads);
+
+// Parses a filter chain whose open ends are labelled with the names of `sources` (outputs of
+// buffer filters already in the graph) and "out" (the sink), then configures the graph.
+// Throws HalvaneError "<what>: reason".
+void connectFilterChain(AVFilterGraph* graph, const std::string& chain,
+                        const std::vector<std::pair<std::string, AVFilterContext*>>& sources,
+                        AVFilterContext* sink, const std::string& what);
+
+// Pulls interleaved float samples out of an audio buffer sink, block by block, asking for more
+// input whenever the graph runs dry.
+class AudioSinkReader {
+public:
+    AudioSinkReader(AVFilterContext* sink, int channels, std::string what);
+    // `feed` puts more input into the graph and gives false once there is none left.
+    // Gives the frames copied, fewer than maxFrames only at the end.
+    int read(float* out, int maxFrames, const std::function<bool()>& feed);
+    bool finished() const { return done_; }
+
+private:
+    bool fill(const std::function<bool()>& feed);
+
+    AVFilterContext* sink_;
+    int channels_;
+    std::string what_;
+    Frame frame_;
+    int offset_ = 0;
+    bool inputLeft_ = true;
+    bool done_ = false;
+};
 
 // Keeps FFmpeg's own logging to real errors, so a corrupt file doesn't spam stderr.
 void quietLogging();

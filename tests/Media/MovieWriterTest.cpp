@@ -37,6 +37,18 @@ std::vector<float> sine(int frames, int channels, double hz, double rate, int64_
     return out;
 }
 
+// The first video stream of a probe has this codec, size and number of frames.
+void expectVideo(const nlohmann::json& probe, const char* codec, int width, int height,
+                 const char* frames) {
+    auto* video = test::probeStream(probe, "video");
+    ASSERT_NE(video, nullptr);
+    EXPECT_EQ((*video)["codec_name"], codec);
+    EXPECT_EQ((*video)["pix_fmt"], "yuv420p");
+    EXPECT_EQ((*video)["width"], width);
+    EXPECT_EQ((*video)["height"], height);
+    EXPECT_EQ((*video)["nb_read_frames"], frames);
+}
+
 class MovieWriterTest : public ::testing::Test {
 protected:
     void SetUp() override { dir = test::makeScratchDirectory("movie-writer"); }
@@ -79,14 +91,8 @@ TEST_F(MovieWriterTest, WritesH264AndAacIntoAFastStartMp4) {
     writer.finish();
 
     auto probe = test::probeMedia(path);
-    auto* video = test::probeStream(probe, "video");
-    ASSERT_NE(video, nullptr);
-    EXPECT_EQ((*video)["codec_name"], "h264");
-    EXPECT_EQ((*video)["pix_fmt"], "yuv420p");
-    EXPECT_EQ((*video)["width"], 320);
-    EXPECT_EQ((*video)["height"], 180);
-    EXPECT_EQ((*video)["nb_read_frames"], "60");
-    EXPECT_EQ((*video)["color_space"], "bt709");
+    expectVideo(probe, "h264", 320, 180, "60");
+    EXPECT_EQ((*test::probeStream(probe, "video"))["color_space"], "bt709");
     auto* audio = test::probeStream(probe, "audio");
     ASSERT_NE(audio, nullptr);
     EXPECT_EQ((*audio)["codec_name"], "aac");
@@ -128,13 +134,8 @@ TEST_F(MovieWriterTest, WritesHevcTaggedForPlayersAndEvensOddSizes) {
         writer.finish();
     }
     auto probe = test::probeMedia(path);
-    auto* video = test::probeStream(probe, "video");
-    ASSERT_NE(video, nullptr);
-    EXPECT_EQ((*video)["codec_name"], "hevc");
-    EXPECT_EQ((*video)["codec_tag_string"], "hvc1");
-    EXPECT_EQ((*video)["width"], 160);
-    EXPECT_EQ((*video)["height"], 90);
-    EXPECT_EQ((*video)["nb_read_frames"], "5");
+    expectVideo(probe, "hevc", 160, 90, "5");
+    EXPECT_EQ((*test::probeStream(probe, "video"))["codec_tag_string"], "hvc1");
     EXPECT_EQ(test::probeStream(probe, "audio"), nullptr);
 }
 
