@@ -6,6 +6,8 @@
 #include "Capture/Screenshots/ScreenshotBoundarySnapIndex.h"
 #include "Capture/Screenshots/ScreenshotBoundarySnapping.h"
 
+#include "PixelNoise.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -15,14 +17,6 @@
 using namespace halvane;
 
 namespace {
-
-std::uint32_t mix(std::uint32_t a, std::uint32_t b) {
-    std::uint32_t h = a * 0x9E3779B1u ^ (b + 0x7F4A7C15u + (a << 6) + (a >> 2));
-    h ^= h >> 15;
-    h *= 0x2C1B3C6Du;
-    h ^= h >> 13;
-    return h;
-}
 
 // A desktop: a gradient wallpaper, overlapping windows with title bars, and text-like detail.
 Bitmap desktop(int width, int height) {
@@ -34,14 +28,14 @@ Bitmap desktop(int width, int height) {
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x) put(x, y, std::uint8_t(40 + y * 60 / height), 70, std::uint8_t(110 + x * 50 / width));
     for (int w = 0; w < 7; ++w) {
-        const int wx = int(mix(w, 1) % std::uint32_t(width * 2 / 3));
-        const int wy = int(mix(w, 2) % std::uint32_t(height * 2 / 3));
-        const int ww = width / 4 + int(mix(w, 3) % std::uint32_t(width / 4));
-        const int wh = height / 4 + int(mix(w, 4) % std::uint32_t(height / 4));
+        const int wx = int(pixelNoise(w, 1) % std::uint32_t(width * 2 / 3));
+        const int wy = int(pixelNoise(w, 2) % std::uint32_t(height * 2 / 3));
+        const int ww = width / 4 + int(pixelNoise(w, 3) % std::uint32_t(width / 4));
+        const int wh = height / 4 + int(pixelNoise(w, 4) % std::uint32_t(height / 4));
         for (int y = wy; y < std::min(wy + wh, height); ++y)
             for (int x = wx; x < std::min(wx + ww, width); ++x) {
                 if (y < wy + 28) put(x, y, 222, 222, 226);
-                else if ((y - wy) % 18 > 4 && mix(x, y) % 4 == 0) put(x, y, 30, 30, 34);
+                else if ((y - wy) % 18 > 4 && pixelNoise(x, y) % 4 == 0) put(x, y, 30, 30, 34);
                 else put(x, y, 250, 250, 250);
             }
     }
@@ -66,8 +60,8 @@ void BM_LookupRandom(benchmark::State& state) {
     const double span = double(state.range(0));
     std::uint32_t i = 0;
     for (auto _ : state) {
-        const double x = double(mix(i, 7) % 1900);
-        const double y = double(mix(i, 8) % 1060);
+        const double x = double(pixelNoise(i, 7) % 1900);
+        const double y = double(pixelNoise(i, 8) % 1060);
         benchmark::DoNotOptimize(index.nearestVertical(x, y, std::min(y + span, 1080.0), 4));
         benchmark::DoNotOptimize(index.nearestHorizontal(y, x, std::min(x + span, 1920.0), 4));
         ++i;
@@ -102,7 +96,7 @@ void BM_MovedRectangle(benchmark::State& state) {
     const Rect bounds{0, 0, 1920, 1080};
     std::uint32_t i = 0;
     for (auto _ : state) {
-        const Rect r{double(mix(i, 3) % 1400), double(mix(i, 4) % 700), 480, 320};
+        const Rect r{double(pixelNoise(i, 3) % 1400), double(pixelNoise(i, 4) % 700), 480, 320};
         benchmark::DoNotOptimize(ScreenshotBoundarySnapping::movedRectangle(r, bounds, index));
         ++i;
     }

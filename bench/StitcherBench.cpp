@@ -6,6 +6,8 @@
 #include "Capture/Screenshots/ScrollingCaptureStitcher.h"
 #include "Capture/Screenshots/ScrollingRowMatch.h"
 
+#include "PixelNoise.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -25,14 +27,6 @@ constexpr int footerRows = 40;
 constexpr int captureFrames = 40;
 constexpr int steps[] = {300, 420, 180, 350, 260};
 
-std::uint32_t mix(std::uint32_t a, std::uint32_t b) {
-    std::uint32_t h = a * 0x9E3779B1u ^ (b + 0x7F4A7C15u + (a << 6) + (a >> 2));
-    h ^= h >> 15;
-    h *= 0x2C1B3C6Du;
-    h ^= h >> 12;
-    return h;
-}
-
 // One row of a long text page, a function of its row number alone, so any scroll position can
 // be drawn without keeping the page: lines of 26 rows with 8 blank, words of varied length.
 void drawContentRow(int row, std::uint8_t* out) {
@@ -40,13 +34,13 @@ void drawContentRow(int row, std::uint8_t* out) {
     const int line = row / 26;
     const int inLine = row % 26;
     if (inLine < 8) return;
-    const int lineEnd = 400 + int(mix(line, 1) % 1100);
+    const int lineEnd = 400 + int(pixelNoise(line, 1) % 1100);
     for (int x = 30, word = 0; x < lineEnd; ++word) {
-        const int length = 20 + int(mix(line, word + 2) % 90);
+        const int length = 20 + int(pixelNoise(line, word + 2) % 90);
         for (int col = x; col < std::min(x + length, frameWidth); ++col)
-            if (mix(col, row) % 3 == 0) {
+            if (pixelNoise(col, row) % 3 == 0) {
                 std::uint8_t* p = out + col * 4;
-                p[0] = p[1] = p[2] = std::uint8_t(mix(row, col) % 80);
+                p[0] = p[1] = p[2] = std::uint8_t(pixelNoise(row, col) % 80);
             }
         x += length + 12;
     }

@@ -55,20 +55,40 @@ int pixelIndex(double points, double scale, int limit) {
     return v >= limit ? limit : static_cast<int>(v);
 }
 
-int reachInPixels(double radius, double scale) {
-    const double v = roundHalfAway(radius * scale);
-    if (!(v > 1)) return 1;
-    return v >= 1e9 ? 1'000'000'000 : static_cast<int>(v);
+struct PixelRange {
+    int first = 0;
+    int last = 0;
+};
+
+// The pixels a span of view coordinates a … b covers, in either order, within 0 … limit − 1.
+std::optional<PixelRange> spanPixels(double a, double b, double scale, int limit) {
+    int first = pixelIndex(a, scale, limit);
+    int last = pixelIndex(b, scale, limit);
+    if (last < first) std::swap(first, last);
+    last = std::min(last, limit - 1);
+    if (last < first) return std::nullopt;
+    return PixelRange{first, last};
+}
+
+// The lines within reach of `centre` that may hold an edge: never the outer lines 0 and limit,
+// which the build leaves at zero. The reach is at least one pixel.
+std::optional<PixelRange> candidateLines(int centre, double radius, double scale, int limit) {
+    const double r = roundHalfAway(radius * scale);
+    const int reach = !(r > 1) ? 1 : r >= 1e9 ? 1'000'000'000 : static_cast<int>(r);
+    const int first = std::max(centre - reach, 1);
+    const int last = std::min(centre + reach, limit - 1);
+    if (last < first) return std::nullopt;
+    return PixelRange{first, last};
 }
 
 using LineTally = ScreenshotBoundaryLineTally;
 
-// The nearest edge to `centre` among candidate lines first … last; the lower index wins a tie.
+// The nearest edge to `centre` among the candidate lines, in pixels; the lower index wins a tie.
 // `tally(from, count, out)` fills the tallies of lines from … from + count − 1 over n bytes each.
 // Lines go in batches, so no lookup allocates however far its radius reaches.
 template <typename TallyBatch>
-std::optional<ScreenshotBoundarySnapIndex::Hit> nearestEdge(int first, int last, int centre, int n,
-                                                            TallyBatch tally) {
+std::optional<ScreenshotBoundarySnapIndex::Hit> nearestEdge(PixelRange lines, int centre, int n, TallyBatch tally) {
+    const auto [first, last] = lines;
     constexpr int batch = 64;
     LineTally tallies[batch];
     std::optional<int> bestLine;
@@ -163,21 +183,14 @@ std::optional<ScreenshotBoundarySnapIndex::Hit> ScreenshotBoundarySnapIndex::nea
     const double sx = width_ / viewSize_.width;
     const double sy = height_ / viewSize_.height;
     const int centre = pixelIndex(x, sx, width_);
-    int top = pixelIndex(viewSize_.height - std::max(yMin, yMax), sy, height_);
-    int bottom = pixelIndex(viewSize_.height - std::min(yMin, yMax), sy, height_);
-    if (bottom < top) std::swap(top, bottom);
-    bottom = std::min(bottom, height_ - 1);
-    if (bottom < top) return std::nullopt;
-
-    const int reach = reachInPixels(radius, sx);
-    const int first = std::max(centre - reach, 1);
-    const int last = std::min(centre + reach, width_ - 1);
-    if (last < first) return std::nullopt;
+    const auto rows = spanPixels(viewSize_.height - yMax, viewSize_.height - yMin, sy, height_);
+    const auto columns = candidateLines(centre, radius, sx, width_);
+    if (!rows || !columns) return std::nullopt;
 
     const std::size_t stride = std::size_t(width_) + 1;
-    const auto edge = nearestEdge(first, last, centre, bottom - top + 1, [&](int from, int count, LineTally* out) {
-        LineTally::tallyColumns(verticalEdges_->storage(), verticalEdges_->count(), stride, from, count, top, bottom,
-                                out);
+    const auto edge = nearestEdge(*columns, centre, rows->last - rows->first + 1, [&](int from, int count, LineTally* out) {
+        LineTally::tallyColumns(verticalEdges_->storage(), verticalEdges_->count(), stride, from, count, rows->first,
+                                rows->last, out);
     });
     if (!edge) return std::nullopt;
     return Hit{edge->position / sx, edge->strength};
@@ -188,21 +201,15 @@ std::optional<ScreenshotBoundarySnapIndex::Hit> ScreenshotBoundarySnapIndex::nea
     const double sx = width_ / viewSize_.width;
     const double sy = height_ / viewSize_.height;
     const int centre = pixelIndex(viewSize_.height - y, sy, height_);
-    int left = pixelIndex(xMin, sx, width_);
-    int right = pixelIndex(xMax, sx, width_);
-    if (right < left) std::swap(left, right);
-    right = std::min(right, width_ - 1);
-    if (right < left) return std::nullopt;
-
-    const int reach = reachInPixels(radius, sy);
-    const int first = std::max(centre - reach, 1);
-    const int last = std::min(centre + reach, height_ - 1);
-    if (last < first) return std::nullopt;
+    const auto columns = spanPixels(xMin, xMax, sx, width_);
+    const auto rows = candidateLines(centre, radius, sy, height_);
+    if (!columns || !rows) return std::nullopt;
 
     const std::uint8_t* plane = horizontalEdges_->storage();
-    const auto edge = nearestEdge(first, last, centre, right - left + 1, [&](int from, int count, LineTally* out) {
+    const int n = columns->last - columns->first + 1;
+    const auto edge = nearestEdge(*rows, centre, n, [&](int from, int count, LineTally* out) {
         for (int i = 0; i < count; ++i)
-            out[i] = LineTally::tallyRun(plane + std::size_t(from + i) * std::size_t(width_) + left, right - left + 1);
+            out[i] = LineTally::tallyRun(plane + std::size_t(from + i) * std::size_t(width_) + columns->first, n);
     });
     if (!edge) return std::nullopt;
     return Hit{viewSize_.height - edge->position / sy, edge->strength};
