@@ -117,6 +117,28 @@ TEST(Pixellate, CellsStartAtTheGivenCorner) {
     EXPECT_NEAR(qRed(image.pixel(5, 8)), 39, 1);
 }
 
+TEST(Pixellate, CellsAlignWithACanvasRectanglesLowerLeftCorner) {
+    // A 24 × 16 mask at (10, 7) on a 50 × 40 canvas, y up: cells of 8 tile it exactly from its
+    // lower-left corner, so the mask shows whole cells only.
+    QImage image(50, 40, QImage::Format_ARGB32_Premultiplied);
+    for (int y = 0; y < 40; ++y)
+        for (int x = 0; x < 50; ++x) image.setPixel(x, y, qRgb(x * 5, y * 6, 0));
+    const Rect mask(10, 7, 24, 16);
+    const QRect box = toTopLeftPixels(mask, 40);
+    ASSERT_EQ(box, QRect(10, 17, 24, 16));
+    pixellate(image, 8, QPointF(box.left(), box.top() + box.height()), box);
+    auto cellAt = [&](int x, int y) { return image.pixel(x, y); };
+    for (int cy : {17, 25})
+        for (int cx : {10, 18, 26}) {
+            for (int dy = 0; dy < 8; ++dy)
+                for (int dx = 0; dx < 8; ++dx) ASSERT_EQ(cellAt(cx + dx, cy + dy), cellAt(cx, cy)) << cx << "," << cy;
+            // Each cell holds the mean of its own pixels: x from cx to cx + 7 averages cx + 3.5.
+            EXPECT_NEAR(qRed(cellAt(cx, cy)), (cx + 3.5) * 5, 1);
+        }
+    EXPECT_NE(cellAt(10, 24), cellAt(10, 25));
+    EXPECT_EQ(cellAt(9, 20), qRgb(45, 120, 0));  // outside the mask: untouched
+}
+
 TEST(Pixellate, ChangesOnlyTheRegionButAveragesWholeCells) {
     QImage image = stepEdge(32, 8);
     const QImage before = image;
