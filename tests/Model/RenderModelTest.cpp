@@ -143,26 +143,31 @@ TEST(RenderModel, RippleProgress) {
 }
 
 TEST(RenderModel, CursorLoopGlidesBackOverShortTrim) {
+    // The pointer moves steadily to the right; smoothness 0 keeps the drawn path close to it.
     RecordedEvents events;
-    events.samples = {{0, 0, 0}, {1, 0, 0}, {1.0001, 1, 1}, {20, 1, 1}};
+    for (int i = 0; i <= 200; ++i) events.samples.push_back({i * 0.1, i * 0.005, 0.5});
     EditSettings s;
     s.cursorSmoothness = 0;
     s.cursorLoop = true;
     s.trimStart = 10;
     s.trimEnd = 10.5;
     RenderModel model(displayMeta(), events, s);
-    // The trim is shorter than the glide: the blend runs over the whole span, ending at its start.
-    auto p0 = model.state(10, s).cursor;
-    auto p1 = model.state(10.25, s).cursor;
-    ASSERT_TRUE(p0 && p1);
-    EXPECT_NEAR(p0->x, 1, 1e-6);
-    EXPECT_NEAR(p1->x, 1, 1e-6);  // start and end stand at the same place here
-    s.trimStart = 0.5;
-    s.trimEnd = 10;
-    model.rebuildZooms(s);
-    auto glide = RenderModel::pointerWithLoop(model.cursorTimeline(), 9.6, s, 20);
-    ASSERT_TRUE(glide);
-    EXPECT_NEAR(glide->x, 0.5, 1e-6);
+    const auto& timeline = model.cursorTimeline();
+    const double home = timeline.position(10)->x;
+    // The trim is shorter than the glide: the blend runs over the whole span.
+    EXPECT_NEAR(model.state(10, s).cursor->x, home, 1e-12);
+    const double mid = timeline.position(10.25)->x;
+    EXPECT_NEAR(model.state(10.25, s).cursor->x, mid + (home - mid) * 0.5, 1e-12);
+    EXPECT_NEAR(model.state(10.5, s).cursor->x, home, 1e-12);
+    // Without the loop the pointer goes its own way.
+    s.cursorLoop = false;
+    EXPECT_NEAR(model.state(10.25, s).cursor->x, mid, 1e-12);
+    // Over a long trim only the last 0.8 s glide.
+    s.cursorLoop = true;
+    s.trimStart = 2;
+    s.trimEnd = 12;
+    EXPECT_NEAR(model.state(11.2, s).cursor->x, timeline.position(11.2)->x, 1e-12);
+    EXPECT_NEAR(model.state(12, s).cursor->x, timeline.position(2)->x, 1e-12);
 }
 
 TEST(RenderModel, MultiSourceCursorAndZoomRects) {
