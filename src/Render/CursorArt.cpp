@@ -1,5 +1,6 @@
 #include "Render/CursorArt.h"
 
+#include "Render/QtColor.h"
 #include "Render/RasterKernels.h"
 #include "Render/XcursorTheme.h"
 
@@ -7,11 +8,8 @@
 #include <QPainterPath>
 #include <QRadialGradient>
 
-
 namespace halvane {
 namespace {
-
-QColor qcolor(const Color& c, double alpha) { return QColor::fromRgbF(c.red, c.green, c.blue, alpha); }
 
 std::optional<QImage> transparentImage(int w, int h) {
     QImage image(w, h, QImage::Format_ARGB32_Premultiplied);
@@ -155,7 +153,7 @@ const std::optional<CursorArt::Cursor>& CursorArt::dot() {
         if (!image) return std::nullopt;
         QPainterPath outer;
         outer.addEllipse(QRectF(14, 14, 68, 68));
-        // Shadow offset (0, -3) upward-positive is 3 pixels down in the image.
+        // The shadow falls 3 pixels below the disc.
         drawPathShadow(*image, outer, {QColor::fromRgbF(0, 0, 0, 0.45), 8, QPointF(0, 3)});
         QPainter painter(&*image);
         painter.setRenderHint(QPainter::Antialiasing);
@@ -176,9 +174,9 @@ const std::optional<QImage>& CursorArt::rippleRing() {
         QPainter painter(&*image);
         painter.setRenderHint(QPainter::Antialiasing);
         painter.setBrush(Qt::NoBrush);
-        painter.setPen(QPen(qcolor(effectBlue(), 0.35), 26));
+        painter.setPen(QPen(toQColor(effectBlue(), 0.35), 26));
         painter.drawEllipse(QRectF(32, 32, 192, 192));
-        painter.setPen(QPen(qcolor(effectBlue(), 1), 12));
+        painter.setPen(QPen(toQColor(effectBlue(), 1), 12));
         painter.drawEllipse(QRectF(32, 32, 192, 192));
         return image;
     }();
@@ -186,7 +184,7 @@ const std::optional<QImage>& CursorArt::rippleRing() {
 }
 
 const std::optional<QImage>& CursorArt::circleDisc() {
-    static const std::optional<QImage> art = radialDisc(256, 96, qcolor(effectBlue(), 1), 0.72);
+    static const std::optional<QImage> art = radialDisc(256, 96, toQColor(effectBlue(), 1), 0.72);
     return art;
 }
 
