@@ -1,5 +1,7 @@
 #include "App/HalvaneMain.h"
 
+#include "Capture/TextReading/TextReadWorker.h"
+
 #include <QApplication>
 #include <QTimer>
 
@@ -19,9 +21,10 @@ HalvaneMain::Dispatch HalvaneMain::classify(const std::vector<std::string>& argu
 int HalvaneMain::run(int argc, char** argv) {
     Dispatch dispatch = classify(std::vector<std::string>(argv, argv + argc));
     switch (dispatch.role) {
+    case Role::textReadWorker:
+        TextReadWorker::runRequestedInvocationAndExit(dispatch.argument);
     case Role::screenshotFreezeWorker:
     case Role::windowScreenshotWorker:
-    case Role::textReadWorker:
         // Workers that are not built yet end at once with a failure the parent sees as a dead worker.
         std::_Exit(EXIT_FAILURE);
     case Role::application:

@@ -1,5 +1,6 @@
 #include "Cli/CliCommand.h"
 #include "Cli/Commands.h"
+#include "Capture/TextReading/TextReadWorker.h"
 
 #include <cstring>
 #include <iostream>
@@ -17,6 +18,8 @@ const CliCommand commands[] = {
     {"stitch", "stitch scrolled frames into one tall picture", runStitch},
     {"frame", "write the exported frame at an output time as PNG", runFrame},
     {"export", "export a take to MP4 or GIF", runExport},
+    {"read-text", "print the text of a screenshot in reading order", runReadText},
+    {"text-models", "install, remove or show the PP-OCR text models", runTextModels},
     {nullptr, nullptr, nullptr},
 };
 
@@ -31,6 +34,9 @@ void printHelp(std::ostream& out) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // read-text starts this same program as its text worker.
+    if (argc == 3 && std::strcmp(argv[1], halvane::TextReadWorker::flag) == 0)
+        halvane::TextReadWorker::runRequestedInvocationAndExit(argv[2]);
     if (argc < 2) {
         printHelp(std::cerr);
         return exitUsage;

@@ -22,4 +22,8 @@ int runFrame(const Args&);
 
 int runExport(const Args&);
 
+int runReadText(const Args&);
+
+int runTextModels(const Args&);
+
 }  // namespace halvane::cli

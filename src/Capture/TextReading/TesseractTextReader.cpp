@@ -162,6 +162,7 @@ void TesseractTextReader::start() {
                  if (api->Init(dataDirectory_.c_str(), languageSelection().c_str(), tesseract::OEM_LSTM_ONLY) != 0)
                      throw TextRecognizer::RecognizeError("Tesseract couldn't load " + languageSelection());
                  api->SetPageSegMode(tesseract::PSM_AUTO);
+                 api->SetVariable("debug_file", "/dev/null");  // its diagnostics are no user's business
                  api_ = std::move(api);
              }).share();
 }

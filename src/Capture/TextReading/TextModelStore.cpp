@@ -191,11 +191,12 @@ void TextModelStore::downloadFinished(const Uuid& id) {
     if (cancelled) {
     } else if (status.isValid() && (status.toInt() < 200 || status.toInt() > 299)) {
         error = std::make_exception_ptr(InstallError::badResponse(status.toInt()));
-    } else if (reply->error() != QNetworkReply::NoError) {
-        error = std::make_exception_ptr(HalvaneError(reply->errorString().toStdString()));
     } else if (!status.isValid()) {
-        error = std::make_exception_ptr(InstallError::badResponse(0));
+        error = std::make_exception_ptr(reply->error() != QNetworkReply::NoError
+                                            ? HalvaneError(reply->errorString().toStdString())
+                                            : InstallError::badResponse(0));
     }
+    // A success status with a body cut short goes on: the size and digest check calls it corrupt.
     if (cancelled || error || installId_ != id) {
         removeQuietly(archive);
         finish(id, error, cancelled);
