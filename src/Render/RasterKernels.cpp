@@ -64,18 +64,18 @@ inline uchar blendByte(uint32_t source, uint32_t destination, uint32_t weight) {
     return static_cast<uchar>(div255(source * weight + destination * (255 - weight)));
 }
 
-void paintShadowFromMask(QImage& target, QImage mask, QPoint maskTopLeft, const ShadowSpec& spec) {
-    QImage shadow = tintedShadow(mask, sigmaForShadowBlur(spec.blur), spec.color);
+void paintShadowFromMask(QImage& target, QImage mask, QPoint maskTopLeft, const ShadowSpec& style) {
+    QImage tinted = tintedShadow(mask, sigmaForShadowBlur(style.blur), style.color);
     QPainter painter(&target);
-    painter.drawImage(QPointF(maskTopLeft) + spec.offset, shadow);
+    painter.drawImage(QPointF(maskTopLeft) + style.offset, tinted);
 }
 
 // The area of the mask worth rendering: around the shape by the blur's reach, and no further
 // from the target than the blur can carry a shadow into it.
-QRect shadowMaskArea(const QImage& target, QRectF shapeBounds, const ShadowSpec& spec) {
-    const int reach = static_cast<int>(std::ceil(3 * sigmaForShadowBlur(spec.blur))) + 2;
+QRect shadowMaskArea(const QImage& target, QRectF shapeBounds, const ShadowSpec& style) {
+    const int reach = static_cast<int>(std::ceil(3 * sigmaForShadowBlur(style.blur))) + 2;
     QRect aroundShape = shapeBounds.toAlignedRect().adjusted(-reach, -reach, reach, reach);
-    QRectF targetAtSource = QRectF(target.rect()).translated(-spec.offset);
+    QRectF targetAtSource = QRectF(target.rect()).translated(-style.offset);
     QRect nearTarget = targetAtSource.toAlignedRect().adjusted(-reach, -reach, reach, reach);
     return aroundShape.intersected(nearTarget);
 }
@@ -162,10 +162,10 @@ QImage tintedShadow(const QImage& shapeAlpha, double sigma, const QColor& color)
     return out;
 }
 
-void drawPathShadow(QImage& target, const QPainterPath& path, const ShadowSpec& spec, const QTransform& transform) {
-    if (target.isNull() || path.isEmpty() || spec.color.alpha() == 0) return;
+void drawPathShadow(QImage& target, const QPainterPath& path, const ShadowSpec& style, const QTransform& transform) {
+    if (target.isNull() || path.isEmpty() || style.color.alpha() == 0) return;
     const QPainterPath placed = transform.map(path);
-    const QRect area = shadowMaskArea(target, placed.boundingRect(), spec);
+    const QRect area = shadowMaskArea(target, placed.boundingRect(), style);
     if (area.isEmpty()) return;
     // Only coverage matters, so the shape is drawn into an alpha-only image.
     QImage mask(area.size(), QImage::Format_Alpha8);
@@ -179,12 +179,12 @@ void drawPathShadow(QImage& target, const QPainterPath& path, const ShadowSpec& 
         winding.setFillRule(Qt::WindingFill);
         painter.fillPath(winding, Qt::black);
     }
-    paintShadowFromMask(target, std::move(mask), area.topLeft(), spec);
+    paintShadowFromMask(target, std::move(mask), area.topLeft(), style);
 }
 
-void drawImageShadow(QImage& target, const QImage& shape, QPointF topLeft, const ShadowSpec& spec) {
-    if (target.isNull() || shape.isNull() || spec.color.alpha() == 0) return;
-    const QRect area = shadowMaskArea(target, QRectF(topLeft, QSizeF(shape.size())), spec);
+void drawImageShadow(QImage& target, const QImage& shape, QPointF topLeft, const ShadowSpec& style) {
+    if (target.isNull() || shape.isNull() || style.color.alpha() == 0) return;
+    const QRect area = shadowMaskArea(target, QRectF(topLeft, QSizeF(shape.size())), style);
     if (area.isEmpty()) return;
     QImage mask(area.size(), QImage::Format_ARGB32_Premultiplied);
     if (mask.isNull()) return;
@@ -193,7 +193,7 @@ void drawImageShadow(QImage& target, const QImage& shape, QPointF topLeft, const
         QPainter painter(&mask);
         painter.drawImage(topLeft - QPointF(area.topLeft()), shape);
     }
-    paintShadowFromMask(target, std::move(mask), area.topLeft(), spec);
+    paintShadowFromMask(target, std::move(mask), area.topLeft(), style);
 }
 
 }  // namespace halvane

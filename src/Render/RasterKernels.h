@@ -67,10 +67,10 @@ QImage tintedShadow(const QImage& shapeAlpha, double sigma, const QColor& color)
 
 // Paints onto `target` the shadow cast by `path` filled (winding rule) under `transform` in target
 // pixels, without painting the shape itself.
-void drawPathShadow(QImage& target, const QPainterPath& path, const ShadowSpec& spec,
+void drawPathShadow(QImage& target, const QPainterPath& path, const ShadowSpec& shadow,
                     const QTransform& transform = {});
 
 // Paints onto `target` the shadow cast by `shape` when drawn with its top-left corner at `topLeft`.
-void drawImageShadow(QImage& target, const QImage& shape, QPointF topLeft, const ShadowSpec& spec);
+void drawImageShadow(QImage& target, const QImage& shape, QPointF topLeft, const ShadowSpec& shadow);
 
 }  // namespace halvane
