@@ -35,7 +35,8 @@ std::optional<float> ScreenshotBoundaryLineTally::edgeMean(int n) const {
 #if defined(__SSE2__)
 
 // Sixteen columns at a time: each row is one 16-byte load whose lanes are the candidates. Sums
-// run in 16-bit lanes and counts in 8-bit lanes, emptied into 32-bit totals before they can wrap.
+// run in 16-bit lanes and counts in 8-bit lanes, emptied into 32-bit totals every 255 rows,
+// before they can wrap.
 void ScreenshotBoundaryLineTally::tallyColumns(const std::uint8_t* plane, std::size_t planeBytes, std::size_t stride,
                                                int first, int count, int top, int bottom, Tally* out) {
     const __m128i zero = _mm_setzero_si128();
@@ -45,7 +46,6 @@ void ScreenshotBoundaryLineTally::tallyColumns(const std::uint8_t* plane, std::s
         const int lanes = std::min(16, count - group);
         std::uint32_t sums[16] = {}, softs[16] = {}, hards[16] = {};
         __m128i sumLow = zero, sumHigh = zero, softCount = zero, hardCount = zero;
-        int pending = 0;
         auto drain = [&] {
             alignas(16) std::uint16_t low[8], high[8];
             alignas(16) std::uint8_t s[16], h[16];
@@ -56,25 +56,29 @@ void ScreenshotBoundaryLineTally::tallyColumns(const std::uint8_t* plane, std::s
             for (int i = 0; i < 8; ++i) sums[i] += low[i], sums[i + 8] += high[i];
             for (int i = 0; i < 16; ++i) softs[i] += s[i], hards[i] += h[i];
             sumLow = sumHigh = softCount = hardCount = zero;
-            pending = 0;
         };
-        for (int y = top; y <= bottom; ++y) {
-            const std::size_t offset = std::size_t(y) * stride + std::size_t(first + group);
-            __m128i v;
-            if (offset + 16 <= planeBytes) {
-                v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(plane + offset));
-            } else {
-                // The plane's last bytes: copy what exists; the lanes past it are never reported.
-                alignas(16) std::uint8_t tail[16] = {};
-                std::memcpy(tail, plane + offset, std::min<std::size_t>(16, planeBytes - offset));
-                v = _mm_load_si128(reinterpret_cast<const __m128i*>(tail));
-            }
+        auto add = [&](__m128i v) {
             sumLow = _mm_add_epi16(sumLow, _mm_unpacklo_epi8(v, zero));
             sumHigh = _mm_add_epi16(sumHigh, _mm_unpackhi_epi8(v, zero));
             // v ≥ level exactly where max(v, level) = v; the all-ones lane subtracts as +1.
             softCount = _mm_sub_epi8(softCount, _mm_cmpeq_epi8(_mm_max_epu8(v, soft), v));
             hardCount = _mm_sub_epi8(hardCount, _mm_cmpeq_epi8(_mm_max_epu8(v, hard), v));
-            if (++pending == 255) drain();
+        };
+        const std::size_t column = std::size_t(first + group);
+        // Rows whose 16-byte load ends inside the plane; only the plane's last row or so fails that.
+        const int wholeLoads = planeBytes >= column + 16 ? int((planeBytes - column - 16) / stride) : -1;
+        int y = top;
+        for (const int safeEnd = std::min(bottom, wholeLoads); y <= safeEnd;) {
+            for (const int runEnd = std::min(safeEnd, y + 254); y <= runEnd; ++y)
+                add(_mm_loadu_si128(reinterpret_cast<const __m128i*>(plane + std::size_t(y) * stride + column)));
+            drain();
+        }
+        for (; y <= bottom; ++y) {
+            // The plane's last bytes: copy what exists; the lanes past it are never reported.
+            const std::size_t offset = std::size_t(y) * stride + column;
+            alignas(16) std::uint8_t tail[16] = {};
+            std::memcpy(tail, plane + offset, std::min<std::size_t>(16, planeBytes - offset));
+            add(_mm_load_si128(reinterpret_cast<const __m128i*>(tail)));
         }
         drain();
         for (int i = 0; i < lanes; ++i) out[group + i] = Tally{sums[i], softs[i], hards[i]};
