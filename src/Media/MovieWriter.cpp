@@ -159,18 +159,17 @@ struct MovieWriter::Impl {
         av_dict_set(&options, "preset", settings.preset.c_str(), 0);
         if (settings.codec == VideoCodec::hevc) {
             av_dict_set(&options, "x265-params", "log-level=error", 0);
-            av_dict_set(&options, "tag", "hvc1", 0);
         }
         int rc = avcodec_open2(c, codec, &options);
         av_dict_free(&options);
         if (rc < 0) throw HalvaneError("cannot write video: " + errorText(rc));
-        if (settings.codec == VideoCodec::hevc) c->codec_tag = MKTAG('h', 'v', 'c', '1');
 
         videoStream = avformat_new_stream(output, nullptr);
         if (!videoStream) throw HalvaneError("cannot write video");
         videoStream->time_base = videoTimeBase;
         videoStream->avg_frame_rate = c->framerate;
         check(avcodec_parameters_from_context(videoStream->codecpar, c), "cannot write video");
+        // Players on other systems want HEVC in MP4 tagged "hvc1", not the muxer's "hev1".
         if (settings.codec == VideoCodec::hevc)
             videoStream->codecpar->codec_tag = MKTAG('h', 'v', 'c', '1');
 
