@@ -83,6 +83,21 @@ inline QImage canvas(int width, int height, const Palette& colors) {
     return image;
 }
 
+inline std::string joinedRows(const std::vector<std::string>& rows) {
+    std::string joined;
+    for (const auto& row : rows) joined += (joined.empty() ? "" : "\n") + row;
+    return joined;
+}
+
+// A painter on the image with antialiased text in the family and size given.
+inline QFont startText(QPainter& painter, const char* family, int pixelSize) {
+    painter.setRenderHint(QPainter::TextAntialiasing);
+    QFont font(family);
+    font.setPixelSize(pixelSize);
+    painter.setFont(font);
+    return font;
+}
+
 inline std::string themeName(TextTheme theme) { return theme == TextTheme::light ? "light" : "dark"; }
 
 }  // namespace textsamples
@@ -149,9 +164,7 @@ inline TextSample renderForm(int width, int height, TextTheme theme, int pixelSi
     rows.push_back(buttons[0] + " " + buttons[1]);
     painter.end();
 
-    std::string expected;
-    for (const auto& r : rows) expected += (expected.empty() ? "" : "\n") + r;
-    return {"form-" + themeName(theme) + "-" + std::to_string(pixelSize), image, expected, theme, pixelSize};
+    return {"form-" + themeName(theme) + "-" + std::to_string(pixelSize), image, joinedRows(rows), theme, pixelSize};
 }
 
 // Source code in a monospaced font, indented, with punctuation.
@@ -161,11 +174,7 @@ inline TextSample renderCode(int width, int height, TextTheme theme, int pixelSi
     Palette colors = palette(theme);
     QImage image = canvas(width, height, colors);
     QPainter painter(&image);
-    painter.setRenderHint(QPainter::TextAntialiasing);
-    QFont font("DejaVu Sans Mono");
-    font.setPixelSize(pixelSize);
-    painter.setFont(font);
-    QFontMetrics metrics(font);
+    QFontMetrics metrics(startText(painter, "DejaVu Sans Mono", pixelSize));
     int margin = std::max(12, pixelSize);
     int step = metrics.height() + pixelSize / 2;
     std::vector<std::string> rows;
@@ -186,9 +195,7 @@ inline TextSample renderCode(int width, int height, TextTheme theme, int pixelSi
         y += step;
     }
     painter.end();
-    std::string expected;
-    for (const auto& r : rows) expected += (expected.empty() ? "" : "\n") + r;
-    return {"code-" + themeName(theme) + "-" + std::to_string(pixelSize), image, expected, theme, pixelSize};
+    return {"code-" + themeName(theme) + "-" + std::to_string(pixelSize), image, joinedRows(rows), theme, pixelSize};
 }
 
 // Prose lines, each filled to the width.
@@ -198,12 +205,8 @@ inline TextSample renderParagraph(int width, int height, TextTheme theme, int pi
     Palette colors = palette(theme);
     QImage image = canvas(width, height, colors);
     QPainter painter(&image);
-    painter.setRenderHint(QPainter::TextAntialiasing);
-    QFont font("DejaVu Sans");
-    font.setPixelSize(pixelSize);
-    painter.setFont(font);
+    QFontMetrics metrics(startText(painter, "DejaVu Sans", pixelSize));
     painter.setPen(colors.text);
-    QFontMetrics metrics(font);
     int margin = std::max(16, pixelSize * 2);
     int step = metrics.height() + pixelSize / 3;
     std::vector<std::string> rows;
@@ -219,9 +222,7 @@ inline TextSample renderParagraph(int width, int height, TextTheme theme, int pi
         rows.push_back(line);
     }
     painter.end();
-    std::string expected;
-    for (const auto& r : rows) expected += (expected.empty() ? "" : "\n") + r;
-    return {"paragraph-" + themeName(theme) + "-" + std::to_string(pixelSize), image, expected, theme, pixelSize};
+    return {"paragraph-" + themeName(theme) + "-" + std::to_string(pixelSize), image, joinedRows(rows), theme, pixelSize};
 }
 
 inline TextSample renderSample(TextLayout layout, int width, int height, TextTheme theme, int pixelSize,

@@ -1,0 +1,168 @@
+// Text reading figures: character error rate of the PP-OCR reader and of Tesseract on rendered
+// screenshots (by theme and text size), wall time of a 1920 x 1080 screenshot with about 45 lines
+// through a cold and a warm worker, and the worker's start-up (model load) time.
+//
+// Needs the halvane-cli built next to this program (or HALVANE_CLI) as the worker executable.
+
+#include "Capture/TextReading/PaddleTextReader.h"
+#include "Capture/TextReading/TesseractTextReader.h"
+#include "Capture/TextReading/TextModelStore.h"
+#include "Capture/TextReading/TextReadWorker.h"
+#include "../tests/support/TextSamples.h"
+
+#include <benchmark/benchmark.h>
+
+#include <QGuiApplication>
+
+#include <sys/wait.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+using namespace halvane;
+using namespace halvane::test;
+namespace fs = std::filesystem;
+
+namespace {
+
+void ensureApplication() {
+    static int argc = 1;
+    static char name[] = "text_reading";
+    static char* argv[] = {name, nullptr};
+    static QGuiApplication* app = [] {
+        setenv("QT_QPA_PLATFORM", "offscreen", 0);
+        setenv("OMP_THREAD_LIMIT", "1", 0);
+        return new QGuiApplication(argc, argv);
+    }();
+    (void)app;
+}
+
+const fs::path& modelFolder() {
+    static const fs::path folder = [] {
+        fs::path root = fs::temp_directory_path() / "halvane-bench-text-models";
+        fs::path archive = fs::path(__FILE__).parent_path().parent_path() / "resources/text-models" /
+                           (TextModelStore::release.name + TextModelStore::archiveExtension);
+        if (!fs::exists(root / TextModelStore::release.name)) TextModelStore::installArchive(archive, TextModelStore::release, root);
+        return root / TextModelStore::release.name;
+    }();
+    return folder;
+}
+
+fs::path workerExecutable() {
+    if (const char* cli = std::getenv("HALVANE_CLI")) return cli;
+    return TextReadWorker::currentExecutable().parent_path().parent_path() / "src" / "halvane-cli";
+}
+
+PaddleTextReader& paddle() {
+    static std::unique_ptr<PaddleTextReader> reader = PaddleTextReader::load(modelFolder());
+    return *reader;
+}
+
+TesseractTextReader& tesseract() {
+    static TesseractTextReader reader(TesseractTextReader::defaultDataDirectory(), {"en_US"});
+    return reader;
+}
+
+// The rendered set for one theme and text size: a form, code and prose.
+std::vector<TextSample> samples(TextTheme theme, int size) {
+    std::uint32_t seed = static_cast<std::uint32_t>(size * 7 + (theme == TextTheme::dark ? 1 : 0));
+    int width = std::max(420, size * 28), height = std::max(140, size * 8);
+    return {renderForm(width, height, theme, size, seed), renderCode(width, height, theme, size, seed + 100),
+            renderParagraph(width, height, theme, size, seed + 200)};
+}
+
+template <class Read>
+void errorRate(benchmark::State& state, Read read) {
+    ensureApplication();
+    TextTheme theme = state.range(0) ? TextTheme::dark : TextTheme::light;
+    int size = static_cast<int>(state.range(1));
+    std::vector<TextSample> set = samples(theme, size);
+    double sum = 0;
+    for (auto _ : state) {
+        sum = 0;
+        for (const auto& sample : set) sum += characterErrorRate(read(sample.image), sample.expected);
+    }
+    state.counters["CER%"] = 100 * sum / set.size();
+}
+
+void BM_CharacterErrorRatePaddle(benchmark::State& state) {
+    errorRate(state, [](const QImage& image) { return paddle().read(image); });
+}
+
+void BM_CharacterErrorRateTesseract(benchmark::State& state) {
+    errorRate(state, [](const QImage& image) { return tesseract().read(image); });
+}
+
+void sizesAndThemes(benchmark::internal::Benchmark* b) {
+    for (int dark : {0, 1})
+        for (int size : {10, 12, 16, 24, 32}) b->Args({dark, size});
+    b->ArgNames({"dark", "px"})->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
+}
+
+TextSample fullScreen() { return renderCode(1920, 1080, TextTheme::light, 14, 99); }
+
+void BM_ScreenshotColdWorker(benchmark::State& state) {
+    ensureApplication();
+    TextSample sample = fullScreen();
+    double rate = 0;
+    for (auto _ : state) {
+        TextReadWorker worker(workerExecutable());
+        rate = characterErrorRate(worker.read(sample.image, modelFolder()), sample.expected);
+        state.PauseTiming();
+        worker.cancelPending();
+        state.ResumeTiming();
+    }
+    state.counters["CER%"] = 100 * rate;
+}
+
+void BM_ScreenshotWarmWorker(benchmark::State& state) {
+    ensureApplication();
+    TextSample sample = fullScreen();
+    TextReadWorker worker(workerExecutable());
+    double rate = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        worker.prepare(modelFolder());
+        std::this_thread::sleep_for(std::chrono::seconds(8));  // the load overlaps with the user's picking
+        state.ResumeTiming();
+        rate = characterErrorRate(worker.read(sample.image, modelFolder()), sample.expected);
+    }
+    worker.cancelPending();
+    state.counters["CER%"] = 100 * rate;
+    state.counters["lines"] = static_cast<double>(std::count(sample.expected.begin(), sample.expected.end(), '\n') + 1);
+}
+
+void BM_ScreenshotTesseract(benchmark::State& state) {
+    ensureApplication();
+    TextSample sample = fullScreen();
+    tesseract().read(sample.image);
+    double rate = 0;
+    for (auto _ : state) rate = characterErrorRate(tesseract().read(sample.image), sample.expected);
+    state.counters["CER%"] = 100 * rate;
+}
+
+// From launch to exit of a worker that loads the models and finds no request.
+void BM_WorkerStartUp(benchmark::State& state) {
+    std::string program = workerExecutable().string(), flag = TextReadWorker::flag, folder = modelFolder().string();
+    for (auto _ : state) {
+        pid_t pid = fork();
+        if (pid == 0) {
+            freopen("/dev/null", "r", stdin);
+            execl(program.c_str(), program.c_str(), flag.c_str(), folder.c_str(), nullptr);
+            _exit(127);
+        }
+        int status = 0;
+        waitpid(pid, &status, 0);
+        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) state.SkipWithError("the worker failed");
+    }
+}
+
+}  // namespace
+
+BENCHMARK(BM_CharacterErrorRatePaddle)->Apply(sizesAndThemes);
+BENCHMARK(BM_CharacterErrorRateTesseract)->Apply(sizesAndThemes);
+BENCHMARK(BM_ScreenshotColdWorker)->Iterations(2)->Unit(benchmark::kSecond)->UseRealTime();
+BENCHMARK(BM_ScreenshotWarmWorker)->Iterations(2)->Unit(benchmark::kSecond)->UseRealTime();
+BENCHMARK(BM_ScreenshotTesseract)->Iterations(2)->Unit(benchmark::kSecond)->UseRealTime();
+BENCHMARK(BM_WorkerStartUp)->Iterations(3)->Unit(benchmark::kSecond)->UseRealTime();
