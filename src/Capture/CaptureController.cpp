@@ -140,6 +140,8 @@ void CaptureController::encodeLoop() {
             queueChanged_.wait(lock, [this] { return !queue_.empty() || !encoderRunning_; });
             if (queue_.empty()) return;
             frame = std::move(queue_.front());
+            queue_.pop_front();
+            encoding_ = true;
         }
         try {
             writer_->appendVideoFrame(frame.image.constBits(), static_cast<int>(frame.image.bytesPerLine()), frame.time);
@@ -151,7 +153,7 @@ void CaptureController::encodeLoop() {
             reportRuntimeError(e.what());
         }
         std::lock_guard lock(mutex_);
-        queue_.pop_front();
+        encoding_ = false;
         ++statistics_.framesWritten;
         queueChanged_.notify_all();
     }
@@ -178,6 +180,7 @@ void CaptureController::handleAudio(int track, const float* samples, size_t fram
     }
     const float* data = samples + skip * AudioCaptureSource::channels;
     size_t count = frames - skip;
+    time = continuousAudioTime(track, time, count);
     std::vector<float> silence;
     if (isMicrophone && silentUntil && hostTime < *silentUntil) {
         silence.assign(count * AudioCaptureSource::channels, 0.0f);
@@ -188,6 +191,18 @@ void CaptureController::handleAudio(int track, const float* samples, size_t fram
     } catch (const std::exception& e) {
         reportRuntimeError(e.what());
     }
+}
+
+// Each chunk's own stamp jitters with the sound server's scheduling; the sample count doesn't. A
+// chunk that follows on within the tolerance continues the count, so the writer never has to drop
+// or pad samples for jitter; a real break (a pause, an overrun) starts a new count at its stamp.
+double CaptureController::continuousAudioTime(int track, double stamped, size_t frames) {
+    constexpr double tolerance = 0.03;
+    std::lock_guard lock(mutex_);
+    auto& next = nextAudioTime_[track];
+    double time = next && std::fabs(stamped - *next) < tolerance ? *next : stamped;
+    next = time + static_cast<double>(frames) / AudioCaptureSource::sampleRate;
+    return time;
 }
 
 void CaptureController::reportRuntimeError(const std::string& description) {
@@ -240,7 +255,7 @@ double CaptureController::stop() {
     double endTime = *pauseClock_->adjusted(pauseClock_->now());
     {
         std::unique_lock lock(mutex_);
-        queueChanged_.wait(lock, [this] { return queue_.empty(); });
+        queueChanged_.wait(lock, [this] { return queue_.empty() && !encoding_; });
         // A screen that stood still at the end still lasts until the stop.
         if (lastVideoTime_ && endTime - *lastVideoTime_ > 0.1 && !lastImage_.isNull()) {
             queue_.push_back({lastImage_, endTime - *sessionStart});

@@ -13,6 +13,7 @@
 #include <deque>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -59,8 +60,8 @@ public:
         NoFramesCaptured();
     };
 
-    // Seconds a frame may wait for the encoder; past it the frame is dropped rather than let the
-    // grab fall behind.
+    // Frames that may wait for the encoder; past that a frame is dropped rather than let the grab
+    // fall behind.
     static constexpr int maxQueuedFrames = 6;
 
     CaptureController(Config config, std::filesystem::path outputURL, std::shared_ptr<PauseClock> pauseClock, Sources sources);
@@ -95,6 +96,7 @@ private:
     void grabTick();
     void encodeLoop();
     void handleAudio(int track, const float* samples, size_t frames, double hostTime, bool isMicrophone);
+    double continuousAudioTime(int track, double stamped, size_t frames);
     void reportRuntimeError(const std::string& description);
     void stopSources();
     void releasePipeline();
@@ -113,8 +115,10 @@ private:
     std::condition_variable queueChanged_;
     std::deque<QueuedFrame> queue_;
     bool encoderRunning_ = false;
+    bool encoding_ = false;  // a frame taken off the queue is in the encoder
     bool acceptingBuffers_ = false;
     std::optional<double> micSilentUntil_;
+    std::map<int, std::optional<double>> nextAudioTime_;  // movie time the next chunk of a track continues at
     std::optional<double> sessionStart_;
     std::optional<double> lastVideoTime_;  // pause-free host seconds
     QImage lastImage_;

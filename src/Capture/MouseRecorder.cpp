@@ -18,6 +18,9 @@ MouseRecorder::MouseRecorder(std::function<Rect()> sourceRect, std::shared_ptr<P
 }
 
 MouseRecorder::~MouseRecorder() {
+    // The timers go first: their ticks touch the lists below.
+    if (timer_) timer_->cancel();
+    if (shapeTimer_) shapeTimer_->cancel();
     if (listening_) platform_.buttons->stop();
 }
 

@@ -35,7 +35,8 @@ public:
 
     FakeContentProvider contentProvider;
     FakeCursorImageSource cursorSource;
-    std::vector<FakeScreenGrabber*> grabbers;
+    std::vector<FakeScreenGrabber*> grabbers;  // alive only as long as the take that made them
+    std::vector<QSize> grabberSizes;
     std::vector<FakeAudioCaptureSource*> audioSources;
     std::vector<FakeInputEventSource*> inputSources;
     std::optional<uint32_t> failingWindow;
@@ -45,6 +46,7 @@ private:
     std::unique_ptr<ScreenGrabber> keep(QSize size) {
         auto grabber = std::make_unique<FakeScreenGrabber>(size);
         grabbers.push_back(grabber.get());
+        grabberSizes.push_back(size);
         return grabber;
     }
 };
