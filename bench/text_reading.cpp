@@ -108,6 +108,7 @@ void BM_ScreenshotColdWorker(benchmark::State& state) {
     double rate = 0;
     for (auto _ : state) {
         TextReadWorker worker(workerExecutable());
+        worker.timeout = std::chrono::minutes(10);  // figures, not the interactive limit
         rate = characterErrorRate(worker.read(sample.image, modelFolder()), sample.expected);
         state.PauseTiming();
         worker.cancelPending();
@@ -120,6 +121,7 @@ void BM_ScreenshotWarmWorker(benchmark::State& state) {
     ensureApplication();
     TextSample sample = fullScreen();
     TextReadWorker worker(workerExecutable());
+    worker.timeout = std::chrono::minutes(10);
     double rate = 0;
     for (auto _ : state) {
         state.PauseTiming();

@@ -58,7 +58,7 @@ protected:
 }  // namespace
 
 TEST_F(ReadTextCommandTest, TheSystemEngineReadsAScreenshotAsJson) {
-    TextSample sample = renderForm(520, 220, TextTheme::light, 16, 21);
+    TextSample sample = renderParagraph(560, 120, TextTheme::light, 16, 11);
     ProgramResult result = cli({"read-text", writeSample(sample).string(), "--engine", "system", "--json"});
     ASSERT_EQ(result.exitCode, 0) << result.err;
     Json out = parseJsonObject(result.out);
@@ -108,7 +108,7 @@ TEST_F(ReadTextCommandTest, InstalledModelsReadThroughTheWorkerAndRemoveCleanly)
     EXPECT_EQ(status["selected"], true);
     EXPECT_EQ(status["release"]["name"], release);
 
-    TextSample sample = renderCode(480, 140, TextTheme::dark, 14, 22);
+    TextSample sample = renderForm(720, 360, TextTheme::light, 16, 1);
     ProgramResult read = cli({"read-text", writeSample(sample).string(), "--json"});
     ASSERT_EQ(read.exitCode, 0) << read.err;
     Json out = parseJsonObject(read.out);
