@@ -168,10 +168,14 @@ private:
     std::deque<std::function<void()>> tasks_;
 };
 
-// An area given in root pixels becomes an area of the display that holds it.
-bool resolveArea(RecordOptions& options, CapturePlatform& platform) {
-    if (!options.globalArea) return true;
+// An area given in root pixels becomes an area of the display that holds it; a window is named
+// after its title.
+bool resolveTarget(RecordOptions& options, CapturePlatform& platform) {
     ShareableContent content = platform.content().current();
+    if (const auto* window = std::get_if<CaptureTarget::Window>(&options.target.kind)) {
+        if (const auto* info = content.window(window->id); info && !info->title.empty()) options.target.name = info->title;
+    }
+    if (!options.globalArea) return true;
     const DisplayInfo* display = content.display(*options.globalArea);
     if (!display) return false;
     options.target.kind = CaptureTarget::Area{display->id, options.globalArea->offsetBy(-display->frame.minX(), -display->frame.minY())};
@@ -196,7 +200,7 @@ int record(RecordOptions& options) {
     std::unique_ptr<X11CapturePlatform> platform;
     try {
         platform = std::make_unique<X11CapturePlatform>();
-        if (!resolveArea(options, *platform)) return failure("--area: the rectangle is on no display");
+        if (!resolveTarget(options, *platform)) return failure("--area: the rectangle is on no display");
     } catch (const std::exception& e) {
         return failure(e.what());
     }
