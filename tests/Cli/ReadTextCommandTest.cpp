@@ -108,7 +108,7 @@ TEST_F(ReadTextCommandTest, InstalledModelsReadThroughTheWorkerAndRemoveCleanly)
     EXPECT_EQ(status["selected"], true);
     EXPECT_EQ(status["release"]["name"], release);
 
-    TextSample sample = renderForm(720, 360, TextTheme::light, 16, 1);
+    TextSample sample = renderForm(560, 240, TextTheme::light, 16, 1);
     ProgramResult read = cli({"read-text", writeSample(sample).string(), "--json"});
     ASSERT_EQ(read.exitCode, 0) << read.err;
     Json out = parseJsonObject(read.out);
