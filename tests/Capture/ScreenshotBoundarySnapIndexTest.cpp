@@ -48,6 +48,11 @@ private:
 };
 
 const Rgb desktop{40, 60, 90};
+
+// Where a lookup found its edge; NaN, which equals nothing, when it found none.
+double positionOf(const std::optional<ScreenshotBoundarySnapIndex::Hit>& hit) {
+    return hit ? hit->position : std::nan("");
+}
 const Rgb window{235, 235, 235};
 
 // A desktop with one window: x 50 ..< 150, rows 30 ..< 90 from the top of a 200 × 120 picture.
@@ -89,16 +94,10 @@ TEST(ScreenshotBoundarySnapIndex, FindsTheEdgesOfAWindow) {
     ASSERT_TRUE(left);
     EXPECT_DOUBLE_EQ(left->position, 50);
     EXPECT_GT(left->strength, 200);
-    auto right = index.nearestVertical(147, 35, 85, 4);
-    ASSERT_TRUE(right);
-    EXPECT_DOUBLE_EQ(right->position, 150);
+    EXPECT_DOUBLE_EQ(positionOf(index.nearestVertical(147, 35, 85, 4)), 150);
     // The window's top edge lies between rows 29 and 30, view y 120 − 30 = 90.
-    auto top = index.nearestHorizontal(88, 60, 140, 4);
-    ASSERT_TRUE(top);
-    EXPECT_DOUBLE_EQ(top->position, 90);
-    auto bottom = index.nearestHorizontal(33, 60, 140, 4);
-    ASSERT_TRUE(bottom);
-    EXPECT_DOUBLE_EQ(bottom->position, 30);
+    EXPECT_DOUBLE_EQ(positionOf(index.nearestHorizontal(88, 60, 140, 4)), 90);
+    EXPECT_DOUBLE_EQ(positionOf(index.nearestHorizontal(33, 60, 140, 4)), 30);
 
     EXPECT_FALSE(index.nearestVertical(20, 35, 85, 4)) << "nothing within reach on the plain desktop";
     EXPECT_FALSE(index.nearestVertical(55, 35, 85, 4)) << "the edge is 5 points away";
@@ -113,9 +112,7 @@ TEST(ScreenshotBoundarySnapIndex, WorksInViewPointsOnADenserPicture) {
     auto left = index.nearestVertical(53, 35, 85, 4);  // reach is 8 pixels = 4 points
     ASSERT_TRUE(left);
     EXPECT_DOUBLE_EQ(left->position, 50);
-    auto top = index.nearestHorizontal(87, 60, 140, 4);
-    ASSERT_TRUE(top);
-    EXPECT_DOUBLE_EQ(top->position, 90);
+    EXPECT_DOUBLE_EQ(positionOf(index.nearestHorizontal(87, 60, 140, 4)), 90);
 }
 
 TEST(ScreenshotBoundarySnapIndex, SwappedSpanBoundsGiveTheSameHit) {
@@ -132,9 +129,7 @@ TEST(ScreenshotBoundarySnapIndex, EquallyNearEdgesFavourLeftAndUpper) {
     auto vertical = index.nearestVertical(50, 0, 30, 4);
     ASSERT_TRUE(vertical);
     EXPECT_DOUBLE_EQ(vertical->position, 48);
-    auto horizontal = index.nearestHorizontal(50, 0, 30, 4);
-    ASSERT_TRUE(horizontal);
-    EXPECT_DOUBLE_EQ(horizontal->position, 100 - 48) << "row 48 lies above row 52";
+    EXPECT_DOUBLE_EQ(positionOf(index.nearestHorizontal(50, 0, 30, 4)), 100 - 48) << "row 48 lies above row 52";
 }
 
 // A vertical line at x 20 of a 40 × 100 picture, with a red step of `step` over the first
@@ -163,18 +158,10 @@ TEST(ScreenshotBoundarySnapIndex, NeverReportsTheOuterColumnsOrRows) {
     canvas.paint(0, 0, 1, 50, window).paint(49, 0, 1, 50, window);  // edges at x 1 and 49
     canvas.paint(0, 0, 50, 1, window).paint(0, 49, 50, 1, window);  // edges at rows 1 and 49
     const auto index = canvas.index();
-    auto left = index.nearestVertical(0, 10, 40, 4);
-    ASSERT_TRUE(left);
-    EXPECT_DOUBLE_EQ(left->position, 1);
-    auto right = index.nearestVertical(50, 10, 40, 4);
-    ASSERT_TRUE(right);
-    EXPECT_DOUBLE_EQ(right->position, 49);
-    auto top = index.nearestHorizontal(50, 10, 40, 4);
-    ASSERT_TRUE(top);
-    EXPECT_DOUBLE_EQ(top->position, 49);
-    auto bottom = index.nearestHorizontal(0, 10, 40, 4);
-    ASSERT_TRUE(bottom);
-    EXPECT_DOUBLE_EQ(bottom->position, 1);
+    EXPECT_DOUBLE_EQ(positionOf(index.nearestVertical(0, 10, 40, 4)), 1);
+    EXPECT_DOUBLE_EQ(positionOf(index.nearestVertical(50, 10, 40, 4)), 49);
+    EXPECT_DOUBLE_EQ(positionOf(index.nearestHorizontal(50, 10, 40, 4)), 49);
+    EXPECT_DOUBLE_EQ(positionOf(index.nearestHorizontal(0, 10, 40, 4)), 1);
 }
 
 TEST(ScreenshotBoundarySnapIndex, QueriesFarOutsideThePictureStayInsideThePlanes) {
@@ -182,14 +169,10 @@ TEST(ScreenshotBoundarySnapIndex, QueriesFarOutsideThePictureStayInsideThePlanes
     canvas.paint(63, 0, 1, 63, window).paint(0, 62, 64, 1, window);
     const auto index = canvas.index();
     EXPECT_FALSE(index.nearestVertical(-1e9, -1e9, 1e9, 4));
-    auto farRight = index.nearestVertical(1e9, -1e9, 1e9, 1e9);
-    ASSERT_TRUE(farRight);
-    EXPECT_DOUBLE_EQ(farRight->position, 63);
+    EXPECT_DOUBLE_EQ(positionOf(index.nearestVertical(1e9, -1e9, 1e9, 1e9)), 63);
     EXPECT_FALSE(index.nearestVertical(30, 1e6, 2e6, 4)) << "a span above the view is clamped to the top row, which has no edge";
     EXPECT_FALSE(index.nearestVertical(std::nan(""), 0, 63, 4));
-    auto lowest = index.nearestHorizontal(-1e9, -1e9, 1e9, 1e9);
-    ASSERT_TRUE(lowest);
-    EXPECT_DOUBLE_EQ(lowest->position, 1);
+    EXPECT_DOUBLE_EQ(positionOf(index.nearestHorizontal(-1e9, -1e9, 1e9, 1e9)), 1);
     EXPECT_FALSE(index.nearestHorizontal(30, 1e6, 2e6, 4)) << "a span right of the view has no columns";
 }
 
