@@ -130,13 +130,11 @@ void PulseAudioCapture::readAvailable() {
         size_t bytes = 0;
         if (pa_stream_peek(stream_, &data, &bytes) < 0 || bytes == 0) return;
         double now = systemUptime();
-        pa_usec_t latency = 0;
-        int negative = 0;
-        double latencySeconds = 0;
-        if (pa_stream_get_latency(stream_, &latency, &negative) == 0) latencySeconds = negative ? 0 : latency / 1e6;
         size_t frames = bytes / frameBytes;
-        // The last frame of the chunk was heard `latency` ago; the first, one chunk before that.
-        double firstFrameTime = now - latencySeconds - static_cast<double>(frames) / sampleRate;
+        // Fragments are 20 ms and read as soon as they are complete, so a chunk's last frame was
+        // heard just now. The stream's latency report is not used: for a sink's monitor it gives
+        // the sink's configured latency (0.65 s on a null sink), a delay the monitor never has.
+        double firstFrameTime = now - static_cast<double>(frames) / sampleRate;
         if (data && frames > 0 && onSamples_) onSamples_(static_cast<const float*>(data), frames, firstFrameTime);
         pa_stream_drop(stream_);
     }
