@@ -11,14 +11,8 @@ namespace halvane {
 
 namespace {
 
-std::string formatted(std::string_view key, const std::string& argument) {
-    std::string text = Localization::string(key);
-    if (auto at = text.find("%@"); at != std::string::npos) text.replace(at, 2, argument);
-    return text;
-}
-
 HalvaneError writerFailed(const std::string& why) {
-    return HalvaneError(formatted("error.recordingFailed", why), 4);
+    return HalvaneError(Localization::format("error.recordingFailed", why), 4);
 }
 
 }  // namespace

@@ -17,12 +17,6 @@ namespace {
 constexpr int minimumPixels = 64;
 constexpr double minimumDuration = 0.05;
 
-std::string formatted(std::string_view key, const std::string& argument) {
-    std::string text = Localization::string(key);
-    if (auto at = text.find("%@"); at != std::string::npos) text.replace(at, 2, argument);
-    return text;
-}
-
 HalvaneError displayUnavailable() { return HalvaneError(Localization::string("error.displayUnavailable"), 1); }
 HalvaneError windowOffscreen() { return HalvaneError(Localization::string("error.windowOffscreen"), 2); }
 HalvaneError areaTooSmall() { return HalvaneError(Localization::string("error.captureAreaTooSmall"), 3); }
@@ -112,7 +106,7 @@ void RecordingCoordinator::startCapture() {
 void RecordingCoordinator::startCaptureNow() {
     const CaptureTarget& target = *currentTarget_;
     if (std::holds_alternative<CaptureTarget::Device>(target.kind))
-        throw HalvaneError(formatted("error.recordingFailed", "device capture is not available on this system"), 6);
+        throw HalvaneError(Localization::format("error.recordingFailed", "device capture is not available on this system"), 6);
     if (std::holds_alternative<CaptureTarget::Windows>(target.kind) || std::holds_alternative<CaptureTarget::Displays>(target.kind)) {
         prepareMulti(target);
         return;
@@ -522,11 +516,11 @@ void RecordingCoordinator::finishRecording(std::optional<std::string> runtimeErr
     try {
         project = writePackage(events);
     } catch (const std::exception& e) {
-        if (onError) onError(formatted("error.saveFailed", e.what()));
+        if (onError) onError(Localization::format("error.saveFailed", e.what()));
         finalReset();
         return;
     }
-    if (runtimeError && onError) onError(formatted("error.stoppedEarly", *runtimeError));
+    if (runtimeError && onError) onError(Localization::format("error.stoppedEarly", *runtimeError));
     finalReset();
     if (onFinished) onFinished(project);
 }
