@@ -46,14 +46,14 @@ void PulseAudioCapture::waitUntilReady() {
             throw HalvaneError(std::string("No sound server to record from: ") + pa_strerror(pa_context_errno(context_)) + ".", 1);
         pa_threaded_mainloop_wait(loop_);
     }
-    pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, static_cast<uint32_t>(sampleRate), static_cast<uint8_t>(channels)};
-    stream_ = pa_stream_new(context_, "Halvane capture", &spec, nullptr);
+    pa_sample_spec sampleFormat{PA_SAMPLE_FLOAT32LE, static_cast<uint32_t>(sampleRate), static_cast<uint8_t>(channels)};
+    stream_ = pa_stream_new(context_, "Halvane capture", &sampleFormat, nullptr);
     pa_stream_set_state_callback(stream_, &PulseAudioCapture::streamStateChanged, this);
     pa_stream_set_read_callback(stream_, &PulseAudioCapture::streamReadable, this);
     // Small fragments keep the stamp of each chunk close to the moment it was heard.
     pa_buffer_attr attributes{};
     attributes.maxlength = static_cast<uint32_t>(-1);
-    attributes.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(20000, &spec));
+    attributes.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(20000, &sampleFormat));
     auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_INTERPOLATE_TIMING |
                                                 PA_STREAM_AUTO_TIMING_UPDATE);
     const char* device = deviceName_.empty() ? nullptr : deviceName_.c_str();

@@ -193,11 +193,11 @@ TEST_F(RecordingIntegrationTest, systemSoundIsInStepWithThePicture) {
     options.recordKeystrokes = false;
 
     // A low-latency player that keeps the sink fed with silence until the tone.
-    pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, 48000, 2};
+    pa_sample_spec sampleFormat{PA_SAMPLE_FLOAT32LE, 48000, 2};
     pa_buffer_attr buffer{static_cast<uint32_t>(-1), 48000 * 8 * 40 / 1000, static_cast<uint32_t>(-1), static_cast<uint32_t>(-1),
                           static_cast<uint32_t>(-1)};
     int error = 0;
-    pa_simple* player = pa_simple_new(nullptr, "halvane-test", PA_STREAM_PLAYBACK, nullptr, "tone", &spec, nullptr, &buffer, &error);
+    pa_simple* player = pa_simple_new(nullptr, "halvane-test", PA_STREAM_PLAYBACK, nullptr, "tone", &sampleFormat, nullptr, &buffer, &error);
     ASSERT_TRUE(player) << pa_strerror(error);
     std::atomic<bool> playTone{false}, done{false};
     std::atomic<double> toneHeardAt{0};
