@@ -67,10 +67,10 @@ std::string summary(const Project& project) {
         << "Events:      " << e.samples.size() << " pointer samples, " << e.clicks.size() << " clicks ("
         << e.leftClickDowns().size() << " left presses), " << e.keys.size() << " keys, " << e.shapes.size()
         << " cursor shapes, " << e.focus.size() << " focus samples\n";
-    TrimRange trim = s.trimBounds(m.duration);
+    TimeRange trim = s.trimBounds(m.duration);
     out << "Edit:        " << s.zooms.size() << " zooms, " << s.cuts.size() << " cuts, " << s.speeds.size() << " speed changes, "
-        << s.annotations.size() << " annotations, " << s.masks.size() << " masks; trim " << formatTime(trim.start, true)
-        << " to " << formatTime(trim.end, true) << "\n";
+        << s.annotations.size() << " annotations, " << s.masks.size() << " masks; trim " << formatTime(trim.lower, true)
+        << " to " << formatTime(trim.upper, true) << "\n";
     if (project.transcript())
         out << "Transcript:  " << project.transcript()->cues.size() << " cues (" << project.transcript()->locale << ")\n";
     else

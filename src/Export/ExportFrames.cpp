@@ -21,9 +21,9 @@ std::unique_ptr<MovieFrames> openIfPossible(const std::filesystem::path& movie, 
 
 ExportFrames::ExportFrames(const Project& project, const EditSettings& settings, Size canvasSize, double fps) {
     const RecordingMeta& meta = project.meta();
-    const TrimRange trim = settings.trimBounds(meta.duration);
+    const TimeRange trim = settings.trimBounds(meta.duration);
     try {
-        screen_ = std::make_unique<MovieFrames>(project.fileURL(PackageFile::screen), trim.start, trim.end);
+        screen_ = std::make_unique<MovieFrames>(project.fileURL(PackageFile::screen), trim.lower, trim.upper);
     } catch (const HalvaneError& e) {
         throw ExportError::setupFailed(e.localizedDescription());
     }
@@ -33,8 +33,8 @@ ExportFrames::ExportFrames(const Project& project, const EditSettings& settings,
         for (size_t i = 1; i < meta.sources.size(); ++i) {
             const auto& source = meta.sources[i];
             others_.push_back(openIfPossible(project.fileURL(source.fileName),
-                                             std::max(trim.start - source.startOffset, 0.0),
-                                             trim.end - source.startOffset));
+                                             std::max(trim.lower - source.startOffset, 0.0),
+                                             trim.upper - source.startOffset));
             screens.push_back(others_.back().get());
         }
     }

@@ -4,7 +4,7 @@
 
 namespace halvane {
 
-TrimRange EditSettings::trimBounds(double duration) const {
+TimeRange EditSettings::trimBounds(double duration) const {
     double end = std::min(duration, trimEnd.value_or(duration));
     double start = std::max(trimStart, 0.0);
     start = std::min(start, std::max(end - 0.1, 0.0));

@@ -4,6 +4,7 @@
 #include "Model/ClipTimeline.h"
 #include "Model/EditTypes.h"
 #include "Model/SpeedMap.h"
+#include "Model/TimeRange.h"
 #include "Support/CowList.h"
 #include "Support/Json.h"
 
@@ -12,11 +13,6 @@
 
 namespace halvane {
 
-struct TrimRange {
-    double start = 0;
-    double end = 0;
-    friend bool operator==(const TrimRange&, const TrimRange&) = default;
-};
 
 // Every decision the user takes about a take, stored as "edit.json". List fields share their
 // storage between copies until written, so undo snapshots stay cheap.
@@ -77,7 +73,7 @@ struct EditSettings {
     WebcamFrame webcamFrame() const { return {webcamShape, webcamPortraitRatio}; }
 
     // The trimmed source range: never shorter than 0.01 s, start never within 0.1 s of the end.
-    TrimRange trimBounds(double duration) const;
+    TimeRange trimBounds(double duration) const;
 
     // `sourceCrop` held to a usable rectangle, or the full frame (0, 0, 1, 1).
     Rect cropRect() const;

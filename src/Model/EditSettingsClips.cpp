@@ -9,18 +9,12 @@
 
 namespace halvane {
 
-namespace {
-
-TimeRange asTimeRange(TrimRange t) { return {t.start, t.end}; }
-
-}  // namespace
-
 SpeedMap EditSettings::speedMap(double duration) const {
-    return SpeedMap(speeds.get(), asTimeRange(trimBounds(duration)), cuts.get());
+    return SpeedMap(speeds.get(), trimBounds(duration), cuts.get());
 }
 
 ClipTimeline EditSettings::clipTimeline(double duration) const {
-    return ClipTimeline(asTimeRange(trimBounds(duration)), cuts.get(), clipSplits.get());
+    return ClipTimeline(trimBounds(duration), cuts.get(), clipSplits.get());
 }
 
 void EditSettings::trimClip(const ClipTrim& trim, const ClipSegment& to) {

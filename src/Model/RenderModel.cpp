@@ -84,9 +84,9 @@ std::optional<Point> RenderModel::pointerWithLoop(const CursorTimeline& timeline
                                                   double duration) {
     auto p = timeline.position(t);
     if (!p || !settings.cursorLoop) return p;
-    const TrimRange trim = settings.trimBounds(duration);
-    const double L = trim.start;
-    const double U = trim.end;
+    const TimeRange trim = settings.trimBounds(duration);
+    const double L = trim.lower;
+    const double U = trim.upper;
     const double b = U - std::min(U - L, loopGlide);
     if (!(b < t)) return p;
     auto q = timeline.position(L);

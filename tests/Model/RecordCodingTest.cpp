@@ -109,20 +109,20 @@ TEST(EditSettingsTrim, BoundsKeepASpanAndAGapBeforeTheEnd) {
     EditSettings s;
     s.trimStart = 9.95;
     auto b = s.trimBounds(10);
-    EXPECT_DOUBLE_EQ(b.start, 9.9);
-    EXPECT_DOUBLE_EQ(b.end, 10);
+    EXPECT_DOUBLE_EQ(b.lower, 9.9);
+    EXPECT_DOUBLE_EQ(b.upper, 10);
     s.trimStart = 0;
     b = s.trimBounds(0.05);
-    EXPECT_DOUBLE_EQ(b.start, 0);
-    EXPECT_DOUBLE_EQ(b.end, 0.05);
+    EXPECT_DOUBLE_EQ(b.lower, 0);
+    EXPECT_DOUBLE_EQ(b.upper, 0.05);
     b = s.trimBounds(0);
-    EXPECT_DOUBLE_EQ(b.start, 0);
-    EXPECT_DOUBLE_EQ(b.end, 0.01);
+    EXPECT_DOUBLE_EQ(b.lower, 0);
+    EXPECT_DOUBLE_EQ(b.upper, 0.01);
     s.trimStart = -3;
     s.trimEnd = 20;  // beyond the recording
     b = s.trimBounds(8);
-    EXPECT_DOUBLE_EQ(b.start, 0);
-    EXPECT_DOUBLE_EQ(b.end, 8);
+    EXPECT_DOUBLE_EQ(b.lower, 0);
+    EXPECT_DOUBLE_EQ(b.upper, 8);
 }
 
 TEST(EditSettingsBackground, SwitchingRestoresFramingOnlyWhenBareAtAutoAspect) {
