@@ -1,6 +1,7 @@
 #include "Render/CardBorder.h"
 
 #include "Render/LiquidGlass.h"
+#include "Render/QtColor.h"
 
 #include <QLinearGradient>
 #include <QPainter>
@@ -16,8 +17,6 @@ namespace {
 
 Color white(double a) { return {1, 1, 1, a}; }
 Color black(double a) { return {0, 0, 0, a}; }
-
-QColor toQColor(const Color& c) { return QColor::fromRgbF(float(c.red), float(c.green), float(c.blue), float(c.alpha)); }
 
 Rect grown(const Rect& r, double by) { return r.insetBy(-by, -by); }
 
