@@ -14,7 +14,9 @@ build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
 test: build
-	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS) --timeout 900
+	# Real-time capture tests measure sync against the wall clock; one retry keeps a loaded
+	# machine from failing a run that passes on its own.
+	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS) --timeout 900 --repeat until-pass:2
 
 demo: build
 	scripts/demo $(BUILD)
