@@ -125,24 +125,25 @@ QImage FrameComposer::composeSingleFrame(double t) {
 
 void FrameComposer::drawVideo(QImage& picture, const QImage& frame, const Rect& window) {
     const QRect box = statics_.videoPixels;
-    QImage video(box.size(), QImage::Format_ARGB32_Premultiplied);
-    if (video.isNull()) return;
-    video.fill(Qt::transparent);
     const double ew = frame.width(), eh = frame.height();
     QRectF source(ew * window.minX(), eh * window.minY(), std::max(ew * window.width(), 1.0),
                   std::max(eh * window.height(), 1.0));
     {
-        QPainter p(&video);
+        QPainter p(&picture);
         p.setRenderHint(QPainter::SmoothPixmapTransform, true);
-        p.translate(-box.topLeft());
+        p.setClipRect(box);
         p.drawImage(toTopLeft(statics_.videoRect, height()), frame, source);
-        // Rounded corners: keep the frame only where the video's rounded rectangle covers.
-        p.resetTransform();
-        p.setCompositionMode(QPainter::CompositionMode_DestinationIn);
-        if (!statics_.videoMask.isNull()) p.drawImage(0, 0, statics_.videoMask);
     }
+    // Rounded corners and fractional edges: only the thin bands the rounded rectangle covers partly
+    // are blended back towards the plate through the video mask, instead of masking the whole video.
+    if (statics_.videoMask.isNull()) return;
     QPainter p(&picture);
-    p.drawImage(box.topLeft(), video);
+    p.setCompositionMode(QPainter::CompositionMode_Source);
+    for (const QRect& edge : statics_.videoEdges) {
+        QImage blended = statics_.plate.copy(edge);
+        maskBlend(blended, picture.copy(edge), statics_.videoMask.copy(edge.translated(-box.topLeft())));
+        p.drawImage(edge.topLeft(), blended);
+    }
 }
 
 void FrameComposer::applyMasks(QImage& picture, double t, const Rect& visible, const Rect& target, const Rect& crop,

@@ -62,6 +62,9 @@ public:
         QImage plate;        // background, card shadow and card fill
         QImage videoMask;    // videoPixels-sized coverage of the rounded video rectangle
         QRect videoPixels;   // whole-pixel box around the video, top-left
+        // The parts of videoPixels that the rounded rectangle covers only partly or not at all:
+        // bands along the top and bottom holding the corners, and the side columns.
+        std::vector<QRect> videoEdges;
         Rect videoRect;
         Rect canvasRect;
         QImage borderImage;  // the band, placed at borderTopLeft

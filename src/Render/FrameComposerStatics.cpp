@@ -108,6 +108,14 @@ void FrameComposer::buildPlateAndMask(const QImage* background) {
         p.translate(-statics_.videoPixels.topLeft());
         p.fillPath(roundedRect(toTopLeft(layout.video, H), layout.innerRadius), Qt::white);
     }
+    const QRect box = statics_.videoPixels;
+    const int rows = std::min(int(std::ceil(layout.innerRadius)) + 1, (box.height() + 1) / 2);
+    statics_.videoEdges = {QRect(box.left(), box.top(), box.width(), rows),
+                           QRect(box.left(), box.bottom() - rows + 1, box.width(), rows)};
+    if (box.height() > 2 * rows) {
+        statics_.videoEdges.push_back(QRect(box.left(), box.top() + rows, 1, box.height() - 2 * rows));
+        statics_.videoEdges.push_back(QRect(box.right(), box.top() + rows, 1, box.height() - 2 * rows));
+    }
     buildBorder(band, background);
 }
 
