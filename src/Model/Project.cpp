@@ -4,7 +4,7 @@
 #include "Model/ZoomTimeline.h"
 #include "Support/AtomicFile.h"
 #include "Support/Localization.h"
-#include "Support/TextRules.h"
+#include "Support/UnicodeText.h"
 #include "Support/UserDirectories.h"
 
 #include <algorithm>
@@ -150,7 +150,7 @@ std::string Project::displayName() const {
 }
 
 void Project::rename(std::string_view newName) {
-    std::string trimmed = trimmedWhitespaceAndNewlines(newName);
+    std::string trimmed = UnicodeText::trimmingWhitespaceAndNewlines(newName);
     if (trimmed.empty() || trimmed == displayName()) return;
     if (!RecordingMeta::validatedName(trimmed)) throw RenameError(RenameError::Kind::invalidName);
     RecordingMeta renamed = meta_;

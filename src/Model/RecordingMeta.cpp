@@ -1,13 +1,13 @@
 #include "Model/RecordingMeta.h"
 
-#include "Support/TextRules.h"
+#include "Support/UnicodeText.h"
 
 namespace halvane {
 
 std::optional<std::string> RecordingMeta::validatedName(const std::string& raw) {
-    std::string name = trimmedWhitespaceAndNewlines(raw);
+    std::string name = UnicodeText::trimmingWhitespaceAndNewlines(raw);
     if (name.empty() || name == "." || name == ".." || name.size() > 240) return std::nullopt;
-    if (name.find_first_of("/:") != std::string::npos || containsControlCharacter(name)) return std::nullopt;
+    if (name.find_first_of("/:") != std::string::npos || UnicodeText::containsControlCharacter(name)) return std::nullopt;
     return name;
 }
 

@@ -40,8 +40,10 @@ std::vector<int32_t> characterBoundaries(const icu::UnicodeString& text) {
     return bounds;
 }
 
+// Line and paragraph separators and the C0/C1 breaks count as newlines; White_Space covers the rest.
 bool isWhitespaceOrNewline(UChar32 c) {
-    return u_isUWhiteSpace(c) || c == 0x0A || c == 0x0B || c == 0x0C || c == 0x0D || c == 0x85;
+    return u_isUWhiteSpace(c) || c == 0x0A || c == 0x0B || c == 0x0C || c == 0x0D || c == 0x85 || c == 0x2028 ||
+           c == 0x2029;
 }
 
 template <class Pred>
@@ -91,8 +93,47 @@ bool UnicodeText::consistsOf(std::string_view text, std::string_view set) {
 }
 
 std::string UnicodeText::trimmingPunctuationAndWhitespace(std::string_view text) {
+    return trimming(text, [](UChar32 c) { return u_ispunct(c) || isWhitespaceOrNewline(c); });
+}
+
+std::string UnicodeText::trimmingWhitespaceAndNewlines(std::string_view text) {
+    // Works on the bytes themselves, so text that is not valid UTF-8 keeps its bad bytes for the
+    // caller to see.
+    const auto* s = reinterpret_cast<const uint8_t*>(text.data());
+    int32_t begin = 0, end = static_cast<int32_t>(text.size());
+    while (begin < end) {
+        int32_t next = begin;
+        UChar32 c;
+        U8_NEXT(s, next, end, c);
+        if (c < 0 || !isWhitespaceOrNewline(c)) break;
+        begin = next;
+    }
+    while (end > begin) {
+        int32_t previous = end;
+        UChar32 c;
+        U8_PREV(s, begin, previous, c);
+        if (c < 0 || !isWhitespaceOrNewline(c)) break;
+        end = previous;
+    }
+    return std::string(text.substr(static_cast<size_t>(begin), static_cast<size_t>(end - begin)));
+}
+
+bool UnicodeText::containsControlCharacter(std::string_view text) {
+    const auto* s = reinterpret_cast<const uint8_t*>(text.data());
+    const auto n = static_cast<int32_t>(text.size());
+    for (int32_t i = 0; i < n;) {
+        UChar32 c;
+        U8_NEXT(s, i, n, c);
+        if (c < 0) return true;
+        int8_t category = u_charType(c);
+        if (category == U_CONTROL_CHAR || category == U_FORMAT_CHAR) return true;
+    }
+    return false;
+}
+
+template <class Pred>
+std::string UnicodeText::trimming(std::string_view text, Pred trimmed) {
     auto u = toUnicode(text);
-    auto trimmed = [](UChar32 c) { return u_ispunct(c) || isWhitespaceOrNewline(c); };
     int32_t start = 0;
     int32_t end = u.length();
     while (start < end && trimmed(u.char32At(start))) start = u.moveIndex32(start, 1);

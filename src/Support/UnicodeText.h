@@ -24,6 +24,10 @@ struct UnicodeText {
     static bool consistsOf(std::string_view text, std::string_view set);
     // Punctuation and white space (including line breaks) removed from both ends.
     static std::string trimmingPunctuationAndWhitespace(std::string_view text);
+    // White space and line breaks of every script removed from both ends.
+    static std::string trimmingWhitespaceAndNewlines(std::string_view text);
+    // A control or format character anywhere, or bytes that are not UTF-8.
+    static bool containsControlCharacter(std::string_view text);
 
     // Locale-independent full case mapping.
     static std::string lowercased(std::string_view text);
@@ -31,6 +35,10 @@ struct UnicodeText {
 
     // The language subtag of a locale identifier ("ja" of "ja_JP"), lower case; empty if none.
     static std::string languageCode(std::string_view localeIdentifier);
+
+private:
+    template <class Pred>
+    static std::string trimming(std::string_view text, Pred trimmed);
 };
 
 }  // namespace halvane

@@ -5,7 +5,7 @@
 #include "Support/HalvaneError.h"
 #include "Support/Json.h"
 #include "Support/Localization.h"
-#include "Support/TextRules.h"
+#include "Support/UnicodeText.h"
 #include "Support/TimeFormat.h"
 #include "support/TemporaryDirectory.h"
 
@@ -108,15 +108,15 @@ TEST(AtomicFile, ReplacesWholeAndLeavesNothingBehindOnFailure) {
     }
 }
 
-TEST(TextRules, UnicodeWhitespaceAndControlCharacters) {
-    EXPECT_EQ(trimmedWhitespaceAndNewlines("\u2028 \tName\u00A0\r\n"), "Name");
-    EXPECT_EQ(trimmedWhitespaceAndNewlines("   "), "");
-    EXPECT_EQ(trimmedWhitespaceAndNewlines("a b"), "a b");
-    EXPECT_TRUE(containsControlCharacter("a\x7F"));
-    EXPECT_TRUE(containsControlCharacter("a\u200Eb"));   // left-to-right mark, a format character
-    EXPECT_TRUE(containsControlCharacter("\xC2\x85"));   // next line, C1
-    EXPECT_TRUE(containsControlCharacter("\xE2\x28\xA1"));  // not UTF-8
-    EXPECT_FALSE(containsControlCharacter("Café ☕ 🎬"));
+TEST(UnicodeText, UnicodeWhitespaceAndControlCharacters) {
+    EXPECT_EQ(UnicodeText::trimmingWhitespaceAndNewlines("\u2028 \tName\u00A0\r\n"), "Name");
+    EXPECT_EQ(UnicodeText::trimmingWhitespaceAndNewlines("   "), "");
+    EXPECT_EQ(UnicodeText::trimmingWhitespaceAndNewlines("a b"), "a b");
+    EXPECT_TRUE(UnicodeText::containsControlCharacter("a\x7F"));
+    EXPECT_TRUE(UnicodeText::containsControlCharacter("a\u200Eb"));   // left-to-right mark, a format character
+    EXPECT_TRUE(UnicodeText::containsControlCharacter("\xC2\x85"));   // next line, C1
+    EXPECT_TRUE(UnicodeText::containsControlCharacter("\xE2\x28\xA1"));  // not UTF-8
+    EXPECT_FALSE(UnicodeText::containsControlCharacter("Café ☕ 🎬"));
 }
 
 TEST(LocalizationStrings, KeysStandForThemselvesUntilTranslated) {
