@@ -6,6 +6,8 @@
 #include "Render/FrameComposer.h"
 #include "Render/LiquidGlass.h"
 
+#include "Render/GuiApplication.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QGuiApplication>
@@ -65,16 +67,9 @@ CompositionInput busyTake(bool motionBlur) {
     return in;
 }
 
-void ensureApp() {
-    static int argc = 1;
-    static char name[] = "bench";
-    static char* argv[] = {name, nullptr};
-    static QGuiApplication* app = (setenv("QT_QPA_PLATFORM", "offscreen", 0), new QGuiApplication(argc, argv));
-    (void)app;
-}
 
 void BM_ComposeFullFrame(benchmark::State& state) {
-    ensureApp();
+    ensureGuiApplication();
     StillFrames frames;
     FrameComposer composer(busyTake(false), {&frames});
     composer.buildStatics();
@@ -87,7 +82,7 @@ void BM_ComposeFullFrame(benchmark::State& state) {
 BENCHMARK(BM_ComposeFullFrame)->Arg(505)->Arg(100)->Unit(benchmark::kMillisecond);
 
 void BM_ComposeMotionBlurWorstCase(benchmark::State& state) {
-    ensureApp();
+    ensureGuiApplication();
     StillFrames frames;
     FrameComposer composer(busyTake(true), {&frames});
     composer.buildStatics();
@@ -104,7 +99,7 @@ void BM_ComposeMotionBlurWorstCase(benchmark::State& state) {
 BENCHMARK(BM_ComposeMotionBlurWorstCase)->Unit(benchmark::kMillisecond);
 
 void BM_BuildStatics(benchmark::State& state) {
-    ensureApp();
+    ensureGuiApplication();
     StillFrames frames;
     CompositionInput in = busyTake(false);
     in.settings.borderWidth = 1;
@@ -118,7 +113,7 @@ void BM_BuildStatics(benchmark::State& state) {
 BENCHMARK(BM_BuildStatics)->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
 
 void BM_LiquidGlassBand(benchmark::State& state) {
-    ensureApp();
+    ensureGuiApplication();
     QImage background(1920, 1080, QImage::Format_ARGB32_Premultiplied);
     background.fill(QColor(90, 60, 200));
     auto layout = CanvasLayout::cardLayout({1920, 1080}, 16.0 / 9.0, 0.07, 0, 0.016);

@@ -10,6 +10,8 @@
 #include "Media/GifWriter.h"
 #include "Media/MovieWriter.h"
 
+#include "Render/GuiApplication.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QFont>
@@ -53,14 +55,6 @@ double peakMemoryMB() {
     return usage.ru_maxrss / 1024.0;
 }
 
-void ensureGuiApplication() {
-    if (QGuiApplication::instance()) return;
-    setenv("QT_QPA_PLATFORM", "offscreen", 0);
-    static int argc = 1;
-    static char name[] = "ExportBench";
-    static char* argv[] = {name, nullptr};
-    static QGuiApplication app(argc, argv);
-}
 
 // A long page of prose and code, drawn once; the take scrolls a window over it.
 QImage makeDocument() {

@@ -4,6 +4,8 @@
 #include "Render/BitmapImage.h"
 #include "Render/ImageAnnotationRenderer.h"
 
+#include "Render/GuiApplication.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QGuiApplication>
@@ -18,15 +20,6 @@ namespace {
 constexpr int documentWidth = 3840;
 constexpr int documentHeight = 2160;
 
-void ensureGuiApplication() {
-    if (QGuiApplication::instance()) return;
-    setenv("QT_QPA_PLATFORM", "offscreen", 0);
-    static int argc = 1;
-    static char name[] = "ImageAnnotationBench";
-    static char* argv[] = {name, nullptr};
-    static QGuiApplication* app = new QGuiApplication(argc, argv);
-    (void)app;
-}
 
 // Something like a screenshot: bands of colour, a grid of "text" lines, some noise.
 QImage screenshotLike() {

@@ -3,8 +3,6 @@
 #include "Model/Project.h"
 #include "Support/AtomicFile.h"
 
-#include <QGuiApplication>
-
 #include <charconv>
 #include <cstdlib>
 #include <cmath>
@@ -45,16 +43,6 @@ EditSettings readEditFile(const std::string& path) {
     }
 }
 
-void ensureGuiApplication() {
-    if (QGuiApplication::instance()) return;
-    setenv("QT_QPA_PLATFORM", "offscreen", 0);
-    static int argc = 1;
-    static char name[] = "halvane-cli";
-    static char* argv[] = {name, nullptr};
-    // Lives until the process ends: Qt wants its application to outlast every font and image.
-    static QGuiApplication* app = new QGuiApplication(argc, argv);
-    (void)app;
-}
 
 EditSettings settingsFor(const Project& project, const std::optional<std::string>& editFile) {
     return editFile ? readEditFile(*editFile) : project.editState().settings();

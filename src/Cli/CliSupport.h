@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Model/EditSettings.h"
+#include "Render/GuiApplication.h"
 
 #include <memory>
 #include <optional>
@@ -20,9 +21,6 @@ std::shared_ptr<Project> openPackage(const std::string& path);
 
 // The settings of an "edit.json"-format file; throws std::runtime_error naming the file.
 EditSettings readEditFile(const std::string& path);
-
-// Text and pictures need a QGuiApplication; commands that draw make one, without a display.
-void ensureGuiApplication();
 
 // The package's settings, or those of `editFile` when given.
 EditSettings settingsFor(const Project& project, const std::optional<std::string>& editFile);

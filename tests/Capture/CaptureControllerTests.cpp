@@ -3,6 +3,8 @@
 #include "support/FakePlatform.h"
 #include "support/MediaProbe.h"
 
+#include "support/Sleep.h"
+
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -12,9 +14,6 @@ using namespace halvane::test;
 
 namespace {
 
-void sleepFor(double seconds) {
-    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-}
 
 struct ControllerRig {
     std::filesystem::path directory = makeScratchDirectory("halvane-capture");

@@ -4,6 +4,8 @@
 #include "support/FakeCapturePlatform.h"
 #include "support/MediaProbe.h"
 
+#include "support/Sleep.h"
+
 #include <gtest/gtest.h>
 
 #include <deque>
@@ -16,9 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void sleepFor(double seconds) {
-    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-}
 
 class CoordinatorRig {
 public:

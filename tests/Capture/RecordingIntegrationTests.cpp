@@ -9,6 +9,8 @@
 #include "support/TestWindow.h"
 #include "support/XvfbFixture.h"
 
+#include "support/Sleep.h"
+
 #include <pulse/error.h>
 #include <pulse/simple.h>
 
@@ -27,9 +29,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void sleepFor(double seconds) {
-    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-}
 
 // The coordinator on a real X server, with a main-thread queue drained by the test.
 class Take {
