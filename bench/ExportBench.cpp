@@ -9,6 +9,7 @@
 #include "Media/FrameSequence.h"
 #include "Media/GifWriter.h"
 #include "Media/MovieWriter.h"
+#include "Media/PixelConversion.h"
 
 #include "Render/GuiApplication.h"
 
@@ -247,6 +248,19 @@ void BM_GifExport(benchmark::State& state) {
     state.counters["bytes"] = static_cast<double>(fs::file_size(out));
     state.counters["maxrss_MB"] = peakMemoryMB();
 }
+
+// The colour conversion every exported frame passes through on its way to the encoder.
+void BM_BgraToYuv420(benchmark::State& state) {
+    std::vector<uint8_t> bgra(size_t(takeWidth) * takeHeight * 4);
+    for (size_t i = 0; i < bgra.size(); ++i) bgra[i] = uint8_t((i * 2654435761u) >> 13);
+    std::vector<uint8_t> y(size_t(takeWidth) * takeHeight), u(y.size() / 4), v(y.size() / 4);
+    for (auto _ : state) {
+        convertBgraToYuv420(bgra.data(), takeWidth * 4, takeWidth, takeHeight, y.data(), takeWidth,
+                            u.data(), takeWidth / 2, v.data(), takeWidth / 2);
+        benchmark::DoNotOptimize(y.data());
+    }
+}
+BENCHMARK(BM_BgraToYuv420)->Unit(benchmark::kMicrosecond);
 
 const bool registered = [] {
     for (const char* preset : {"ultrafast", "superfast", "veryfast"})

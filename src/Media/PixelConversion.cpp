@@ -2,6 +2,10 @@
 
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace halvane {
 
 namespace {
@@ -19,8 +23,8 @@ inline uint32_t pixelAt(const uint8_t* row, int x) {
     return p;
 }
 
-void lumaRow(const uint8_t* bgra, int width, uint8_t* out) {
-    for (int x = 0; x < width; ++x) {
+void lumaScalar(const uint8_t* bgra, int from, int width, uint8_t* out) {
+    for (int x = from; x < width; ++x) {
         uint32_t p = pixelAt(bgra, x);
         auto b = static_cast<uint16_t>(p & 0xFF), g = static_cast<uint16_t>((p >> 8) & 0xFF),
              r = static_cast<uint16_t>((p >> 16) & 0xFF);
@@ -29,8 +33,9 @@ void lumaRow(const uint8_t* bgra, int width, uint8_t* out) {
     }
 }
 
-void chromaRow(const uint8_t* top, const uint8_t* bottom, int width, uint8_t* u, uint8_t* v) {
-    for (int x = 0; x < width / 2; ++x) {
+void chromaScalar(const uint8_t* top, const uint8_t* bottom, int from, int width, uint8_t* u,
+                  uint8_t* v) {
+    for (int x = from; x < width / 2; ++x) {
         uint32_t a = pixelAt(top, 2 * x), b = pixelAt(top, 2 * x + 1);
         uint32_t c = pixelAt(bottom, 2 * x), d = pixelAt(bottom, 2 * x + 1);
         auto mean = [&](int shift) {
@@ -43,6 +48,90 @@ void chromaRow(const uint8_t* top, const uint8_t* bottom, int width, uint8_t* u,
     }
 }
 
+#if defined(__SSE2__)
+
+// Every x86-64 processor has SSE2; the compiler does not vectorise the chroma's 2 × 2 means on
+// its own, and this conversion was a tenth of an export's time. Same arithmetic as the scalar
+// code, lane for lane, so both give identical bytes.
+
+// Blue, green and red of eight pixels, one 16-bit lane each.
+struct Channels8 {
+    __m128i b, g, r;
+};
+
+inline Channels8 channels8(const uint8_t* pixels) {
+    const __m128i low = _mm_set1_epi32(0xFF);
+    __m128i p0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pixels));
+    __m128i p1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pixels + 16));
+    Channels8 c;
+    c.b = _mm_packs_epi32(_mm_and_si128(p0, low), _mm_and_si128(p1, low));
+    c.g = _mm_packs_epi32(_mm_and_si128(_mm_srli_epi32(p0, 8), low),
+                          _mm_and_si128(_mm_srli_epi32(p1, 8), low));
+    c.r = _mm_packs_epi32(_mm_and_si128(_mm_srli_epi32(p0, 16), low),
+                          _mm_and_si128(_mm_srli_epi32(p1, 16), low));
+    return c;
+}
+
+inline __m128i weighted(const Channels8& c, int kr, int kg, int kb) {
+    __m128i sum = _mm_add_epi16(_mm_mullo_epi16(c.r, _mm_set1_epi16(static_cast<int16_t>(kr))),
+                                _mm_mullo_epi16(c.g, _mm_set1_epi16(static_cast<int16_t>(kg))));
+    sum = _mm_add_epi16(sum, _mm_mullo_epi16(c.b, _mm_set1_epi16(static_cast<int16_t>(kb))));
+    return _mm_add_epi16(sum, _mm_set1_epi16(128));
+}
+
+inline __m128i luma8(const Channels8& c) {
+    // The sum of the weighted channels stays below 2^16, so it is read unsigned.
+    __m128i sum = weighted(c, yR, yG, yB);
+    return _mm_add_epi16(_mm_srli_epi16(sum, 8), _mm_set1_epi16(16));
+}
+
+// Sums neighbouring lanes: eight lanes of a and eight of b become the eight pair sums.
+inline __m128i pairSums(__m128i a, __m128i b) {
+    const __m128i ones = _mm_set1_epi16(1);
+    return _mm_packs_epi32(_mm_madd_epi16(a, ones), _mm_madd_epi16(b, ones));
+}
+
+inline __m128i blockMean(__m128i top0, __m128i bottom0, __m128i top1, __m128i bottom1) {
+    __m128i sum = pairSums(_mm_add_epi16(top0, bottom0), _mm_add_epi16(top1, bottom1));
+    return _mm_srli_epi16(_mm_add_epi16(sum, _mm_set1_epi16(2)), 2);
+}
+
+inline void storeChroma(__m128i weightedSum, uint8_t* out) {
+    __m128i value = _mm_add_epi16(_mm_srai_epi16(weightedSum, 8), _mm_set1_epi16(128));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(value, value));
+}
+
+inline void storeLuma(const Channels8& first, const Channels8& second, uint8_t* out) {
+    __m128i bytes = _mm_packus_epi16(luma8(first), luma8(second));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
+}
+
+// Sixteen pixels of two rows at a time, each pixel's channels taken apart once for its luma and
+// its block's chroma. Gives the first pixel left for the scalar code.
+int blockRowVector(const uint8_t* top, const uint8_t* bottom, int width, uint8_t* yTop,
+                   uint8_t* yBottom, uint8_t* u, uint8_t* v) {
+    int x = 0;
+    for (; x + 16 <= width; x += 16) {
+        Channels8 t0 = channels8(top + 4 * x), t1 = channels8(top + 4 * x + 32);
+        Channels8 b0 = channels8(bottom + 4 * x), b1 = channels8(bottom + 4 * x + 32);
+        storeLuma(t0, t1, yTop + x);
+        storeLuma(b0, b1, yBottom + x);
+        Channels8 mean{blockMean(t0.b, b0.b, t1.b, b1.b), blockMean(t0.g, b0.g, t1.g, b1.g),
+                       blockMean(t0.r, b0.r, t1.r, b1.r)};
+        storeChroma(weighted(mean, uR, uG, uB), u + x / 2);
+        storeChroma(weighted(mean, vR, vG, vB), v + x / 2);
+    }
+    return x;
+}
+
+#else
+
+int blockRowVector(const uint8_t*, const uint8_t*, int, uint8_t*, uint8_t*, uint8_t*, uint8_t*) {
+    return 0;
+}
+
+#endif
+
 }  // namespace
 
 void convertBgraToYuv420(const uint8_t* bgra, int bytesPerRow, int width, int height, uint8_t* y,
@@ -50,10 +139,13 @@ void convertBgraToYuv420(const uint8_t* bgra, int bytesPerRow, int width, int he
     for (int row = 0; row + 1 < height; row += 2) {
         const uint8_t* top = bgra + static_cast<long>(row) * bytesPerRow;
         const uint8_t* bottom = top + bytesPerRow;
-        lumaRow(top, width, y + static_cast<long>(row) * yStride);
-        lumaRow(bottom, width, y + static_cast<long>(row + 1) * yStride);
-        chromaRow(top, bottom, width, u + static_cast<long>(row / 2) * uStride,
-                  v + static_cast<long>(row / 2) * vStride);
+        uint8_t* yTop = y + static_cast<long>(row) * yStride;
+        uint8_t* uRow = u + static_cast<long>(row / 2) * uStride;
+        uint8_t* vRow = v + static_cast<long>(row / 2) * vStride;
+        int done = blockRowVector(top, bottom, width, yTop, yTop + yStride, uRow, vRow);
+        lumaScalar(top, done, width, yTop);
+        lumaScalar(bottom, done, width, yTop + yStride);
+        chromaScalar(top, bottom, done / 2, width, uRow, vRow);
     }
 }
 

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cmath>
+#include <random>
 #include <vector>
 
 using namespace halvane;
@@ -15,8 +17,8 @@ struct Yuv {
 
 // Converts a 2 × 2 block of one colour and gives its luma and chroma.
 Yuv convertColour(uint8_t r, uint8_t g, uint8_t b) {
-    std::vector<uint8_t> bgra;
-    for (int i = 0; i < 4; ++i) bgra.insert(bgra.end(), {b, g, r, 255});
+    std::vector<uint8_t> bgra(16, 255);
+    for (size_t i = 0; i < 16; i += 4) bgra[i] = b, bgra[i + 1] = g, bgra[i + 2] = r;
     std::array<uint8_t, 4> y{};
     uint8_t u = 0, v = 0;
     convertBgraToYuv420(bgra.data(), 8, 2, 2, y.data(), 2, &u, 1, &v, 1);
@@ -69,6 +71,39 @@ TEST(PixelConversion, ChromaIsTheMeanOfEachBlockAndStridesAreHonoured) {
     EXPECT_EQ(u[0], 128);
     EXPECT_NEAR(u[1], 240, 1);
     EXPECT_EQ(u[2], 0xAA);
+}
+
+TEST(PixelConversion, WideRowsMatchTheExactFormulaInEveryLane) {
+    // Widths around the 16-pixel steps of the vector path, so lanes, tails and strides all count.
+    std::mt19937 random(7);
+    for (int width : {16, 30, 34, 50, 96, 130}) {
+        const int height = 6, stride = width * 4 + 12;
+        std::vector<uint8_t> bgra(size_t(stride) * height);
+        for (auto& byte : bgra) byte = uint8_t(random() & 0xFF);
+        std::vector<uint8_t> luma(size_t(width) * height), u(size_t(width / 2) * 3), v(u.size());
+        convertBgraToYuv420(bgra.data(), stride, width, height, luma.data(), width, u.data(),
+                            width / 2, v.data(), width / 2);
+        auto channel = [&](int x, int y, int c) { return double(bgra[size_t(y) * stride + x * 4 + c]); };
+        for (int y = 0; y < height; ++y) {
+            for (int x = 0; x < width; ++x) {
+                double exact = 16 + (0.2126 * channel(x, y, 2) + 0.7152 * channel(x, y, 1) +
+                                     0.0722 * channel(x, y, 0)) * 219 / 255;
+                ASSERT_NEAR(luma[size_t(y) * width + x], exact, 1.0) << width << " " << x << "," << y;
+            }
+        }
+        for (int y = 0; y < height / 2; ++y) {
+            for (int x = 0; x < width / 2; ++x) {
+                double mean[3];
+                for (int c = 0; c < 3; ++c)
+                    mean[c] = (channel(2 * x, 2 * y, c) + channel(2 * x + 1, 2 * y, c) +
+                               channel(2 * x, 2 * y + 1, c) + channel(2 * x + 1, 2 * y + 1, c)) / 4;
+                double cb = 128 + (-0.1146 * mean[2] - 0.3854 * mean[1] + 0.5 * mean[0]) * 224 / 255;
+                double cr = 128 + (0.5 * mean[2] - 0.4542 * mean[1] - 0.0458 * mean[0]) * 224 / 255;
+                ASSERT_NEAR(u[size_t(y) * (width / 2) + x], cb, 1.5) << width << " " << x << "," << y;
+                ASSERT_NEAR(v[size_t(y) * (width / 2) + x], cr, 1.5) << width << " " << x << "," << y;
+            }
+        }
+    }
 }
 
 }  // namespace
