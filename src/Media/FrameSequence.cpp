@@ -135,7 +135,13 @@ struct FrameSequence::Impl {
         return &image;
     }
 
+    static constexpr double timeAllowance = 1e-6;
+
     const QImage* imageAt(double t) {
+        // A frame's time is its pts times the time base, and the caller's t is a frame number
+        // over the rate: the two round differently, and without the allowance one frame in five
+        // of a constant-rate movie would be taken for the next one's successor and shown late.
+        t += timeAllowance;
         if (pending && t < pendingTime) return convertCurrent();
         if (pending) {
             current = std::move(pending);

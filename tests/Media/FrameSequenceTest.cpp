@@ -45,6 +45,15 @@ TEST_F(FrameSequenceTest, GivesTheFrameOnScreenAtEachTimeAndHoldsTheLast) {
     EXPECT_NEAR(frames.currentTime(), 179 / 30.0, 1e-6);
 }
 
+TEST_F(FrameSequenceTest, AskingAtEachFrameNumberOverTheRateGivesThatFrame) {
+    // How every export asks: frame n at n / fps, which rounds differently from pts × time base.
+    FrameSequence frames(dir / "ramp.mov");
+    for (int i = 0; i < 180; ++i) {
+        ASSERT_NE(frames.image(i / 30.0), nullptr);
+        ASSERT_NEAR(frames.currentTime(), i / 30.0, 1e-6) << "frame " << i;
+    }
+}
+
 TEST_F(FrameSequenceTest, StartsAtTheTrimWithoutDecodingFromTheTopAndStopsAfterTheEnd) {
     FrameSequence frames(dir / "ramp.mov", 3.0, 4.0);
     auto* first = frames.image(3.0);
