@@ -4,6 +4,7 @@
 #include "Render/CanvasCoordinates.h"
 #include "Render/KeystrokeArt.h"
 #include "Render/RasterKernels.h"
+#include "Render/Resampling.h"
 
 #include <QPainter>
 
@@ -30,6 +31,21 @@ bool insideUnit(Point u) { return u.x >= -0.02 && u.x <= 1.02 && u.y >= -0.02 &&
 void drawScaled(QPainter& p, const QImage& image, double s, double x, double y, double canvasHeight) {
     QRectF target(x, canvasHeight - (y + image.height() * s), image.width() * s, image.height() * s);
     p.drawImage(target, image);
+}
+
+// Inside `area`: picture = picture × coverage + plate × (1 − coverage), with the coverage the alpha
+// of `mask`, whose top-left corner lies at `maskOrigin`.
+void keepInsideMask(QImage& picture, const QImage& plate, const QImage& mask, QRect area, QPoint maskOrigin) {
+    area = area.intersected(picture.rect()).intersected(plate.rect()).intersected(QRect(maskOrigin, mask.size()));
+    for (int y = area.top(); y <= area.bottom(); ++y) {
+        auto* d = reinterpret_cast<uint32_t*>(picture.scanLine(y));
+        const auto* p = reinterpret_cast<const uint32_t*>(plate.constScanLine(y));
+        const auto* m = reinterpret_cast<const uint32_t*>(mask.constScanLine(y - maskOrigin.y())) - maskOrigin.x();
+        for (int x = area.left(); x <= area.right(); ++x) {
+            const uint32_t coverage = m[x] >> 24;
+            d[x] = mixPixels(p[x], d[x], coverage + (coverage >> 7));
+        }
+    }
 }
 
 }  // namespace
@@ -84,31 +100,46 @@ QImage FrameComposer::composeOutputFrame(double outputTime) {
     buildStatics();
     const int n = motionBlurSamples(outputTime);
     if (n <= 1) return composeFrame(sourceTime(outputTime));
+    return composeBlurredFrame(outputTime, n);
+}
+
+QImage FrameComposer::composeBlurredFrame(double outputTime, int n) {
     const double dt = 1.0 / input_.fps;
-    QImage mean;
+    std::vector<QImage> samples;
+    std::vector<QRect> areas{statics_.videoPixels};
     for (int i = 0; i < n; ++i) {
-        QImage sample = composeFrame(sourceTime(outputTime + (dt / 2) * i / (n - 1)));
-        if (i == 0) mean = std::move(sample);
-        else dissolve(mean, sample, 1.0 / (i + 1));
+        Composed sample = composeSingleFrame(sourceTime(outputTime + (dt / 2) * i / (n - 1)));
+        samples.push_back(std::move(sample.image));
+        areas.insert(areas.end(), sample.drawn.begin(), sample.drawn.end());
     }
-    return mean;
+    // Away from the video box and the overlays every sample is the plate, and so is their mean.
+    const int slot = canvases_.acquire(statics_.plate, statics_.videoPixels);
+    if (!averageInto(canvases_.picture(slot), samples, areas)) {
+        canvases_.release(slot, {});
+        return samples.front();
+    }
+    return canvases_.release(slot, std::move(areas));
 }
 
 QImage FrameComposer::composeFrame(double t) {
     buildStatics();
-    return multiSource_ ? composeMultiFrame(t) : composeSingleFrame(t);
+    return multiSource_ ? composeMultiFrame(t) : composeSingleFrame(t).image;
 }
 
-QImage FrameComposer::composeSingleFrame(double t) {
+void FrameComposer::noteDrawn(const QRectF& area) { drawn_.push_back(area.toAlignedRect().adjusted(-1, -1, 1, 1)); }
+
+FrameComposer::Composed FrameComposer::composeSingleFrame(double t) {
     FrameSource* screen = screens_.empty() ? nullptr : screens_[0];
     const QImage* frame = screen ? screen->frame(t) : nullptr;
-    if (!frame || frame->isNull()) return statics_.plate;
+    if (!frame || frame->isNull()) return {statics_.plate, {}};
 
     const EditSettings& s = input_.settings;
     const Rect visible = ZoomTimeline::visibleRect(speedMap_.outputTime(t), model_.effectiveZooms());
     const Rect window{crop_.minX() + visible.minX() * crop_.width(), crop_.minY() + visible.minY() * crop_.height(),
                       visible.width() * crop_.width(), visible.height() * crop_.height()};
-    QImage picture = statics_.plate.copy();
+    drawn_.clear();
+    const int slot = canvases_.acquire(statics_.plate, statics_.videoPixels);
+    QImage& picture = canvases_.picture(slot);
     drawVideo(picture, *frame, window);
     applyMasks(picture, t, visible, statics_.videoRect, crop_, std::nullopt);
 
@@ -120,7 +151,10 @@ QImage FrameComposer::composeSingleFrame(double t) {
         if (state.cursor) drawPointer(picture, *state.cursor, state, visible, statics_.videoRect, pointsToCanvas);
     }
     composeCanvasOverlays(picture, t, state);
-    return picture;
+    Composed composed{QImage(), drawn_};
+    composed.image = canvases_.release(slot, std::move(drawn_));
+    drawn_.clear();
+    return composed;
 }
 
 void FrameComposer::drawVideo(QImage& picture, const QImage& frame, const Rect& window) {
@@ -128,22 +162,13 @@ void FrameComposer::drawVideo(QImage& picture, const QImage& frame, const Rect& 
     const double ew = frame.width(), eh = frame.height();
     QRectF source(ew * window.minX(), eh * window.minY(), std::max(ew * window.width(), 1.0),
                   std::max(eh * window.height(), 1.0));
-    {
-        QPainter p(&picture);
-        p.setRenderHint(QPainter::SmoothPixmapTransform, true);
-        p.setClipRect(box);
-        p.drawImage(toTopLeft(statics_.videoRect, height()), frame, source);
-    }
+    // The whole box is written, so a reused picture needs nothing of its last frame put back here.
+    resampleInto(picture, box, frame, source, toTopLeft(statics_.videoRect, height()));
     // Rounded corners and fractional edges: only the thin bands the rounded rectangle covers partly
     // are blended back towards the plate through the video mask, instead of masking the whole video.
     if (statics_.videoMask.isNull()) return;
-    QPainter p(&picture);
-    p.setCompositionMode(QPainter::CompositionMode_Source);
-    for (const QRect& edge : statics_.videoEdges) {
-        QImage blended = statics_.plate.copy(edge);
-        maskBlend(blended, picture.copy(edge), statics_.videoMask.copy(edge.translated(-box.topLeft())));
-        p.drawImage(edge.topLeft(), blended);
-    }
+    for (const QRect& edge : statics_.videoEdges)
+        keepInsideMask(picture, statics_.plate, statics_.videoMask, edge, box.topLeft());
 }
 
 void FrameComposer::applyMasks(QImage& picture, double t, const Rect& visible, const Rect& target, const Rect& crop,
@@ -250,6 +275,7 @@ void FrameComposer::composeCanvasOverlays(QImage& picture, double t, const Rende
     if (!statics_.borderImage.isNull()) {
         QPainter p(&picture);
         p.drawImage(statics_.borderTopLeft, statics_.borderImage);
+        noteDrawn(QRectF(statics_.borderTopLeft, QSizeF(statics_.borderImage.size())));
     }
     drawWebcam(picture, t);
     drawAnnotations(picture, t);
@@ -267,7 +293,11 @@ void FrameComposer::drawWebcam(QImage& picture, double t) {
     const double s = eh <= 1 ? r.height() : std::max(r.width() / std::max(ew, 1.0), r.height() / eh);
     QRectF target = toTopLeft(Rect{r.midX() - s * ew / 2, r.midY() - s * eh / 2, s * ew, s * eh}, height());
     QPainter p(&picture);
-    if (!webcam.shadow.isNull()) p.drawImage(0, 0, webcam.shadow);
+    if (!webcam.shadow.isNull()) {
+        p.drawImage(webcam.shadowArea.topLeft(), webcam.shadow, webcam.shadowArea);
+        noteDrawn(webcam.shadowArea);
+    }
+    noteDrawn(webcam.path.boundingRect());
     p.setRenderHint(QPainter::Antialiasing, true);
     p.setRenderHint(QPainter::SmoothPixmapTransform, true);
     p.setClipPath(webcam.path);
@@ -293,6 +323,7 @@ void FrameComposer::drawAnnotations(QImage& picture, double t) {
         double alpha = a.alpha(t);
         p.setOpacity(alpha >= 0.999 ? 1 : alpha);
         p.drawImage(target, rendered->image);
+        noteDrawn(target);
     }
 }
 
@@ -305,8 +336,10 @@ void FrameComposer::drawCaption(QImage& picture, double t) {
     const double W = input_.canvasSize.width, H = height();
     double x = roundHalfAway((W - art->size.width) / 2);
     double y = roundHalfAway(H * 0.09 - art->size.height / 2);
+    const QRectF target(x, H - y - art->size.height, art->size.width, art->size.height);
     QPainter p(&picture);
-    p.drawImage(QRectF(x, H - y - art->size.height, art->size.width, art->size.height), art->image);
+    p.drawImage(target, art->image);
+    noteDrawn(target);
 }
 
 void FrameComposer::drawKeystroke(QImage& picture, const RenderState& state) {
@@ -319,7 +352,9 @@ void FrameComposer::drawKeystroke(QImage& picture, const RenderState& state) {
     QPainter p(&picture);
     double alpha = state.keystroke->alpha;
     p.setOpacity(alpha >= 0.999 ? 1 : std::max(alpha, 0.0));
-    p.drawImage(QRectF(x, H - y - art->size.height, art->size.width, art->size.height), art->image);
+    const QRectF target(x, H - y - art->size.height, art->size.width, art->size.height);
+    p.drawImage(target, art->image);
+    noteDrawn(target);
 }
 
 const AnnotationArt::Rendered* FrameComposer::captionImage(const TranscriptCue& cue) {

@@ -9,6 +9,7 @@
 #include "Render/AnnotationArt.h"
 #include "Render/BackgroundRenderer.h"
 #include "Render/CanvasAnnotationBitmaps.h"
+#include "Render/CanvasPool.h"
 #include "Render/CardBorder.h"
 #include "Render/CursorArt.h"
 #include "Render/FrameSource.h"
@@ -47,6 +48,7 @@ public:
         Rect rect;
         QPainterPath path;  // top-left canvas pixels
         QImage shadow;      // full canvas, shadow outside the bubble only
+        QRect shadowArea;   // the part of `shadow` the blur can reach
     };
 
     struct SourceCardStatics {
@@ -103,7 +105,12 @@ public:
     static Rect project(const Rect& r, const Rect& visible, const Rect& target);
 
 private:
-    struct FrameContext;
+    // A composed single-source picture and the areas outside `videoPixels` where it differs from
+    // the plate (the video box itself is rewritten whole on every frame).
+    struct Composed {
+        QImage image;
+        std::vector<QRect> drawn;
+    };
 
     void buildPlateAndMask(const QImage* background);
     void buildBorder(const std::optional<CardBorder::Band>& band, const QImage* background);
@@ -111,11 +118,13 @@ private:
     void buildWebcam();
     void buildMultiCards(const QImage* background);
 
-    QImage composeSingleFrame(double t);
+    Composed composeSingleFrame(double t);
+    QImage composeBlurredFrame(double outputTime, int samples);
     QImage composeMultiFrame(double t);
     void composeCanvasOverlays(QImage& picture, double t, const RenderState& state);
 
     void drawVideo(QImage& picture, const QImage& frame, const Rect& window);
+    void noteDrawn(const QRectF& area);
     void applyMasks(QImage& picture, double t, const Rect& visible, const Rect& target, const Rect& crop,
                     std::optional<int> source);
     void drawRipples(QImage& picture, const RenderState& state, const Rect& visible, const Rect& target,
@@ -150,6 +159,10 @@ private:
     std::map<std::string, std::optional<AnnotationArt::Rendered>> keystrokeCache_;
     Statics statics_;
     bool built_ = false;
+    // Output pictures are reused once every holder has let go of them (motion blur holds up to six
+    // samples and the export queues a few finished frames).
+    CanvasPool canvases_{12};
+    std::vector<QRect> drawn_;  // areas outside the video box drawn on while composing a frame
 };
 
 }  // namespace halvane

@@ -193,7 +193,11 @@ void FrameComposer::buildWebcam() {
         webcam.path = roundedRect(tl, 0.22 * std::min(rect.width(), rect.height()));
         break;
     }
+    // Blur reach (three sigmas of half the blur length) plus the offset, with a pixel to spare.
+    const int reach = int(std::ceil(3 * 0.05 * rect.width() + 0.05 * rect.width())) + 3;
+    webcam.shadowArea = webcam.path.boundingRect().toAlignedRect().adjusted(-reach, -reach, reach, reach);
     webcam.shadow = canvasImage(input_.canvasSize, Qt::transparent);
+    webcam.shadowArea = webcam.shadowArea.intersected(webcam.shadow.rect());
     if (!webcam.shadow.isNull()) {
         ShadowSpec look{QColor(0, 0, 0, int(std::lround(0.4 * 255))), 0.1 * rect.width(),
                         QPointF(0, 0.05 * rect.width())};

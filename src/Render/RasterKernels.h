@@ -21,6 +21,8 @@
 #include <QRect>
 #include <QTransform>
 
+#include <vector>
+
 namespace halvane {
 
 inline double sigmaForFilterRadius(double radius) { return radius; }
@@ -51,6 +53,13 @@ void alphaFade(QImage& image, double alpha);
 // mean = mean × (1 − weight) + sample × weight; a running mean of n samples uses weight 1 / n.
 // Sizes must agree; otherwise nothing happens and the result is false.
 bool dissolve(QImage& mean, const QImage& sample, double weight);
+
+// Sets `out` to the per-component mean of `samples` (rounded) over `areas`, leaving it as it is
+// elsewhere: on each row, from the leftmost to the rightmost area that row crosses. Every image
+// must have the size of `out`, and `out` must not share its pixels with a sample; otherwise
+// nothing happens and the result is false. At most 257 samples. Unlike a chain of dissolves,
+// which rounds at every step, every sample weighs the same.
+bool averageInto(QImage& out, const std::vector<QImage>& samples, const std::vector<QRect>& areas);
 
 // A drop shadow as the shadow of a 2-D drawing library casts it: the shape's alpha, blurred, tinted
 // with `color` (its alpha included) and moved by `offset`.

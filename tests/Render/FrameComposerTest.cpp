@@ -236,3 +236,98 @@ TEST_F(FrameComposerTest, LateStartingCardShowsTheCardFill) {
     EXPECT_LT(before.red(), 40);
     EXPECT_GT(after.green(), before.green() + 40);
 }
+
+namespace {
+
+// A take whose overlays outside the video come and go: a caption from 1 to 2 s and a shortcut
+// pill at 1.4 s, over a source that turns from red to green at 3 s.
+CompositionInput withPassingOverlays(CompositionInput input) {
+    input.settings.captionsEnabled = true;
+    input.settings.showKeystrokes = true;
+    input.events.keys.push_back({1.4, "s", modifierCommand});
+    Transcript transcript;
+    transcript.locale = "en_US";
+    TranscriptCue cue;
+    cue.text = "A caption below the video";
+    cue.start = 1;
+    cue.end = 2;
+    transcript.cues = {cue};
+    input.transcript = transcript;
+    return input;
+}
+
+QImage redThenGreen(double t) { return solidFrame(t < 3 ? Qt::red : Qt::green); }
+
+int largestDifference(const QImage& a, const QImage& b) {
+    int most = 0;
+    for (int y = 0; y < a.height(); ++y)
+        for (int x = 0; x < a.width(); ++x) {
+            const QRgb p = a.pixel(x, y), q = b.pixel(x, y);
+            for (int shift : {0, 8, 16, 24}) most = std::max(most, std::abs(int((p >> shift) & 0xff) - int((q >> shift) & 0xff)));
+        }
+    return most;
+}
+
+}  // namespace
+
+TEST_F(FrameComposerTest, HeldFramesStayIntactAndLaterFramesKeepNothingOfEarlierOnes) {
+    const CompositionInput take = withPassingOverlays(input);
+    FunctionFrames frames(redThenGreen);
+    FrameComposer composer(take, {&frames});
+    QImage held = composer.composeOutputFrame(1.5);
+    const QImage heldCopy = held.copy();
+    composer.composeOutputFrame(1.6);  // dropped at once: its picture is free for the next frame
+    std::vector<QImage> later;
+    for (int i = 0; i < 20; ++i) later.push_back(composer.composeOutputFrame(4 + i / 30.0));
+    EXPECT_EQ(held, heldCopy);
+
+    // Pictures reused after the caption and pill were drawn on them show neither.
+    FunctionFrames freshFrames(redThenGreen);
+    FrameComposer fresh(take, {&freshFrames});
+    EXPECT_EQ(later.back(), fresh.composeOutputFrame(4 + 19 / 30.0));
+    later.clear();
+    held = QImage();
+    for (double t : {1.5, 1.6, 4.0, 4.1}) {
+        QImage again = composer.composeOutputFrame(t);
+        FrameComposer once(take, {&freshFrames});
+        EXPECT_EQ(again, once.composeOutputFrame(t)) << t;
+    }
+}
+
+TEST_F(FrameComposerTest, MotionBlurIsTheMeanOfItsSamples) {
+    CompositionInput take = withPassingOverlays(input);
+    ZoomSegment zoom;
+    zoom.start = 1;
+    zoom.end = 9;
+    zoom.level = 2.5;
+    zoom.target = {0.3, 0.3};
+    take.settings.zooms = {zoom};
+    take.settings.motionBlur = true;
+    FunctionFrames frames([](double) { return checkerFrame(); });
+    FrameComposer blurred(take, {&frames});
+    blurred.buildStatics();
+    double worst = 0;
+    int n = 1;
+    for (double t = 0.9; t < 2.5; t += 1.0 / 30)
+        if (int k = blurred.motionBlurSamples(t); k > n) n = k, worst = t;
+    ASSERT_GT(n, 2);
+    const QImage frame = blurred.composeOutputFrame(worst);
+
+    FrameComposer plain(take, {&frames});
+    std::vector<QImage> samples;
+    for (int i = 0; i < n; ++i)
+        samples.push_back(plain.composeFrame(plain.sourceTime(worst + (1.0 / take.fps / 2) * i / (n - 1))).copy());
+    QImage mean(frame.size(), QImage::Format_ARGB32_Premultiplied);
+    for (int y = 0; y < mean.height(); ++y)
+        for (int x = 0; x < mean.width(); ++x) {
+            QRgb value = 0;
+            for (int shift : {0, 8, 16, 24}) {
+                double sum = 0;
+                for (const QImage& s : samples) sum += (s.pixel(x, y) >> shift) & 0xff;
+                value |= QRgb(std::lround(sum / n)) << shift;
+            }
+            mean.setPixel(x, y, value);
+        }
+    EXPECT_LE(largestDifference(frame, mean), 1);
+    EXPECT_NE(frame, samples.front());  // the samples do differ
+}

@@ -188,6 +188,27 @@ TEST(AlphaFadeAndDissolve, ScaleAndAverage) {
     EXPECT_NEAR(qRed(mean.pixel(1, 1)), 90, 1);
 }
 
+TEST(AverageInto, GivesTheRoundedMeanAcrossEachRowsAreasAndLeavesTheRest) {
+    const std::vector<QImage> samples{solid(8, 4, QColor(0, 10, 255)), solid(8, 4, QColor(100, 11, 0)),
+                                      solid(8, 4, QColor(200, 11, 0))};
+    QImage out = solid(8, 4, QColor(7, 7, 7));
+    // Two areas on row 1 leave a gap between them that is averaged too; row 3 has none.
+    ASSERT_TRUE(averageInto(out, samples, {QRect(0, 0, 2, 2), QRect(5, 1, 2, 2), QRect(-4, -4, 2, 2)}));
+    for (QPoint p : {QPoint(0, 0), QPoint(1, 1), QPoint(3, 1), QPoint(6, 2)})
+        EXPECT_EQ(out.pixel(p), qRgb(100, 11, 85)) << p.x() << "," << p.y();  // 32/3 rounds to 11
+    for (QPoint p : {QPoint(3, 0), QPoint(7, 1), QPoint(0, 3), QPoint(4, 2)})
+        EXPECT_EQ(out.pixel(p), qRgb(7, 7, 7)) << p.x() << "," << p.y();
+    // Six samples at the level boundaries: 0 and 255 stay exact.
+    const std::vector<QImage> six(6, solid(2, 1, QColor(255, 0, 255)));
+    QImage extremes = solid(2, 1, Qt::gray);
+    ASSERT_TRUE(averageInto(extremes, six, {QRect(0, 0, 2, 1)}));
+    EXPECT_EQ(extremes.pixel(1, 0), qRgb(255, 0, 255));
+    // Mismatched sizes and an output that shares pixels with a sample are refused.
+    EXPECT_FALSE(averageInto(out, {solid(2, 2, Qt::red)}, {out.rect()}));
+    QImage shared = samples[0];
+    EXPECT_FALSE(averageInto(shared, samples, {shared.rect()}));
+}
+
 TEST(Shadow, FallsBelowTheShapeByItsOffset) {
     QImage target = solid(100, 100, Qt::white);
     QPainterPath path;

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QImage>
+#include <QRect>
+
+#include <cstddef>
+#include <vector>
+
+namespace halvane {
+
+// Reusable canvas-sized pictures that start out as a constant plate. Copying the whole plate for
+// every frame costs more than the parts of it a frame actually changes, so each picture remembers
+// where it was drawn on and only those areas are put back. A picture handed out stays untouched
+// for as long as anyone holds a copy of it (QImage sharing): only pictures that nobody but the
+// pool references are reused.
+class CanvasPool {
+public:
+    explicit CanvasPool(size_t limit = 8) : limit_(limit) {}
+
+    // A picture equal to `plate` everywhere outside `rewritten`, which the caller overwrites in
+    // full. Draw on it through `picture(slot)` and finish with `release`.
+    int acquire(const QImage& plate, const QRect& rewritten);
+    QImage& picture(int slot) { return slots_[size_t(slot)].image; }
+    // Hands the picture out. `drawn` lists the areas outside `rewritten` that now differ from the plate.
+    QImage release(int slot, std::vector<QRect> drawn);
+    // Drops every kept picture (the plate changed).
+    void clear() { slots_.clear(); }
+
+private:
+    struct Slot {
+        QImage image;
+        std::vector<QRect> drawn;
+        bool busy = false;
+    };
+    size_t limit_;
+    std::vector<Slot> slots_;
+};
+
+// Copies `plate` into `picture` over `area`, leaving out the part inside `keep`.
+void restoreOutside(QImage& picture, const QImage& plate, const QRect& area, const QRect& keep);
+
+}  // namespace halvane

@@ -1,0 +1,166 @@
+#include "Render/Resampling.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+namespace halvane {
+
+namespace {
+
+// Where the centre of each destination pixel falls in the source: the two neighbouring source
+// pixels and the weight of the second in 256ths. Kept as separate arrays so the loops stream them.
+struct Taps {
+    std::vector<int> first, second;
+    std::vector<uint32_t> weight;
+    std::vector<uint16_t> byteWeight;  // the weight repeated for each of a pixel's four bytes
+};
+
+Taps tapsFor(int begin, int count, double sourceOrigin, double step, double targetOrigin, int sourceSize) {
+    Taps taps;
+    taps.first.resize(size_t(count));
+    taps.second.resize(size_t(count));
+    taps.weight.resize(size_t(count));
+    for (int k = 0; k < count; ++k) {
+        double u = sourceOrigin + (begin + k + 0.5 - targetOrigin) * step - 0.5;
+        u = std::clamp(u, -1.0, double(sourceSize));  // also tames NaN-free but absurd geometry
+        const double whole = std::floor(u);
+        int i = int(whole);
+        uint32_t f = uint32_t(std::lround((u - whole) * 256));
+        if (f == 256) ++i, f = 0;
+        if (i < 0) i = 0, f = 0;
+        if (i >= sourceSize - 1) i = sourceSize - 1, f = 0;
+        taps.first[size_t(k)] = i;
+        taps.second[size_t(k)] = std::min(i + 1, sourceSize - 1);
+        taps.weight[size_t(k)] = f;
+    }
+    return taps;
+}
+
+void repeatWeightsPerByte(Taps& taps) {
+    taps.byteWeight.resize(taps.weight.size() * 4);
+    for (size_t k = 0; k < taps.weight.size(); ++k)
+        for (size_t c = 0; c < 4; ++c) taps.byteWeight[4 * k + c] = uint16_t(taps.weight[k]);
+}
+
+// a × (256 − f) + b × f + 128, over 256, byte by byte in 16-bit lanes (the sum stays below 65536):
+// the same rounding as mixPixels, in a loop the compiler turns into vector multiplies. Compiled
+// for AVX2 and for plain x86-64, picked at load time.
+__attribute__((target_clones("avx2", "default")))
+void mixBytes(uint8_t* out, const uint8_t* a, const uint8_t* b, const uint16_t* weight, int bytes) {
+    for (int i = 0; i < bytes; ++i) out[i] = uint8_t(uint16_t(a[i] * (256 - weight[i]) + b[i] * weight[i] + 128) >> 8);
+}
+
+__attribute__((target_clones("avx2", "default")))
+void mixBytes(uint8_t* out, const uint8_t* a, const uint8_t* b, uint16_t weight, int bytes) {
+    const uint16_t other = uint16_t(256 - weight);
+    for (int i = 0; i < bytes; ++i) out[i] = uint8_t(uint16_t(a[i] * other + b[i] * weight + 128) >> 8);
+}
+
+inline uint32_t average2(uint32_t a, uint32_t b) {
+    const uint32_t rb = (((a & 0xff00ffu) + (b & 0xff00ffu) + 0x10001u) >> 1) & 0xff00ffu;
+    const uint32_t ag = ((((a >> 8) & 0xff00ffu) + ((b >> 8) & 0xff00ffu) + 0x10001u) << 7) & 0xff00ff00u;
+    return rb | ag;
+}
+
+inline uint32_t average4(uint32_t a, uint32_t b, uint32_t c, uint32_t d) {
+    const uint32_t m = 0xff00ffu;
+    const uint32_t rb = (((a & m) + (b & m) + (c & m) + (d & m) + 0x20002u) >> 2) & m;
+    const uint32_t ag =
+        ((((a >> 8) & m) + ((b >> 8) & m) + ((c >> 8) & m) + ((d >> 8) & m) + 0x20002u) << 6) & 0xff00ff00u;
+    return rb | ag;
+}
+
+}  // namespace
+
+QImage halved(const QImage& input, bool halveWidth, bool halveHeight) {
+    const QImage image = input.format() == QImage::Format_ARGB32_Premultiplied
+                             ? input
+                             : input.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    if (image.isNull()) return image;
+    const int w = image.width(), h = image.height();
+    const int nw = halveWidth ? (w + 1) / 2 : w, nh = halveHeight ? (h + 1) / 2 : h;
+    QImage out(nw, nh, QImage::Format_ARGB32_Premultiplied);
+    if (out.isNull()) return out;
+    for (int y = 0; y < nh; ++y) {
+        const int y0 = halveHeight ? 2 * y : y, y1 = halveHeight ? std::min(2 * y + 1, h - 1) : y;
+        const auto* a = reinterpret_cast<const uint32_t*>(image.constScanLine(y0));
+        const auto* b = reinterpret_cast<const uint32_t*>(image.constScanLine(y1));
+        auto* o = reinterpret_cast<uint32_t*>(out.scanLine(y));
+        if (!halveWidth) {
+            for (int x = 0; x < nw; ++x) o[x] = average2(a[x], b[x]);
+            continue;
+        }
+        for (int x = 0; x < nw; ++x) {
+            const int x0 = 2 * x, x1 = std::min(2 * x + 1, w - 1);
+            o[x] = halveHeight ? average4(a[x0], a[x1], b[x0], b[x1]) : average2(a[x0], a[x1]);
+        }
+    }
+    return out;
+}
+
+void resampleInto(QImage& destination, const QRect& clip, const QImage& sourceImage, const QRectF& sourceRect,
+                  const QRectF& targetRect) {
+    if (destination.isNull() || sourceImage.isNull() || !(targetRect.width() > 0) || !(targetRect.height() > 0) ||
+        !(sourceRect.width() > 0) || !(sourceRect.height() > 0))
+        return;
+    if (destination.format() != QImage::Format_ARGB32_Premultiplied)
+        destination.convertTo(QImage::Format_ARGB32_Premultiplied);
+    const QRect area = clip.intersected(destination.rect());
+    if (area.isEmpty()) return;
+
+    QImage source = sourceImage.format() == QImage::Format_ARGB32_Premultiplied
+                        ? sourceImage
+                        : sourceImage.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    double fromX = sourceRect.x(), fromY = sourceRect.y();
+    double stepX = sourceRect.width() / targetRect.width(), stepY = sourceRect.height() / targetRect.height();
+    // Bilinear sampling reads two source pixels per destination pixel: beyond a shrink of 2 it
+    // would skip pixels and flicker, so the source is box-halved until the shrink is 2 or less.
+    while (true) {
+        const bool halveWidth = stepX > 2 && source.width() > 1;
+        const bool halveHeight = stepY > 2 && source.height() > 1;
+        if (!halveWidth && !halveHeight) break;
+        source = halved(source, halveWidth, halveHeight);
+        if (halveWidth) fromX /= 2, stepX /= 2;
+        if (halveHeight) fromY /= 2, stepY /= 2;
+    }
+
+    const int width = area.width();
+    Taps x = tapsFor(area.left(), width, fromX, stepX, targetRect.x(), source.width());
+    repeatWeightsPerByte(x);
+    const Taps y = tapsFor(area.top(), area.height(), fromY, stepY, targetRect.y(), source.height());
+    // Horizontally resampled source rows, two slots by row parity: the two rows a destination row
+    // reads always differ in parity, and rows are visited in rising order, so each is made once.
+    // A row is made by gathering each destination pixel's two source pixels, then mixing them.
+    std::vector<uint32_t> rows(size_t(width) * 2), left(size_t(width), 0), right(size_t(width), 0);
+    int rowIn[2] = {-1, -1};
+    auto row = [&](int sourceRow) {
+        uint32_t* slot = rows.data() + size_t(sourceRow & 1) * size_t(width);
+        if (rowIn[sourceRow & 1] != sourceRow) {
+            const auto* pixels = reinterpret_cast<const uint32_t*>(source.constScanLine(sourceRow));
+            for (int k = 0; k < width; ++k) {
+                left[size_t(k)] = pixels[x.first[size_t(k)]];
+                right[size_t(k)] = pixels[x.second[size_t(k)]];
+            }
+            mixBytes(reinterpret_cast<uint8_t*>(slot), reinterpret_cast<const uint8_t*>(left.data()),
+                     reinterpret_cast<const uint8_t*>(right.data()), x.byteWeight.data(), width * 4);
+            rowIn[sourceRow & 1] = sourceRow;
+        }
+        return slot;
+    };
+    for (int k = 0; k < area.height(); ++k) {
+        auto* out = reinterpret_cast<uint32_t*>(destination.scanLine(area.top() + k)) + area.left();
+        const uint32_t f = y.weight[size_t(k)];
+        const uint32_t* a = row(y.first[size_t(k)]);
+        if (f == 0) {
+            std::memcpy(out, a, size_t(width) * 4);
+            continue;
+        }
+        mixBytes(reinterpret_cast<uint8_t*>(out), reinterpret_cast<const uint8_t*>(a),
+                 reinterpret_cast<const uint8_t*>(row(y.second[size_t(k)])), uint16_t(f), width * 4);
+    }
+}
+
+}  // namespace halvane
