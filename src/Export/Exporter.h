@@ -12,6 +12,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 
 namespace halvane {
 
@@ -26,9 +27,8 @@ struct ExportOptions {
     ExportFormat format = ExportFormat::h264;
     double fps = 60;
     Size canvasSize;  // whole even pixels
-    // The x264/x265 speed preset: the fastest that still keeps the bit rate's quality, so an
-    // export runs faster than real time on a small machine.
-    std::string preset = "superfast";
+    // The x264/x265 speed preset, chosen so an export keeps up with real time on this machine.
+    std::string preset = MovieWriter::exportPreset(std::thread::hardware_concurrency());
     friend bool operator==(const ExportOptions&, const ExportOptions&) = default;
 };
 

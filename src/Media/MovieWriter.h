@@ -74,6 +74,10 @@ public:
     // The export's bit rate for a size and frame rate: a base by pixel count, scaled by
     // sqrt(fps / 30), and by 0.65 for HEVC.
     static int64_t defaultBitRate(int width, int height, double fps, VideoCodec codec);
+    // The encoder preset an export uses on a machine with this many cores: the slowest one that
+    // still keeps a 1080p60 export at real time there. At the bit rates above, the faster
+    // presets cost file efficiency more than visible quality.
+    static std::string exportPreset(unsigned cores);
 
 private:
     struct Impl;
