@@ -42,8 +42,10 @@ void keepInsideMask(QImage& picture, const QImage& plate, const QImage& mask, QR
         const auto* p = reinterpret_cast<const uint32_t*>(plate.constScanLine(y));
         const auto* m = reinterpret_cast<const uint32_t*>(mask.constScanLine(y - maskOrigin.y())) - maskOrigin.x();
         for (int x = area.left(); x <= area.right(); ++x) {
+            // Most of a band is wholly inside or wholly outside the rounded rectangle.
             const uint32_t coverage = m[x] >> 24;
-            d[x] = mixPixels(p[x], d[x], coverage + (coverage >> 7));
+            if (coverage == 255) continue;
+            d[x] = coverage == 0 ? p[x] : mixPixels(p[x], d[x], coverage + (coverage >> 7));
         }
     }
 }
@@ -274,8 +276,11 @@ void FrameComposer::drawPointer(QImage& picture, Point unit, const RenderState& 
 void FrameComposer::composeCanvasOverlays(QImage& picture, double t, const RenderState& state) {
     if (!statics_.borderImage.isNull()) {
         QPainter p(&picture);
-        p.drawImage(statics_.borderTopLeft, statics_.borderImage);
-        noteDrawn(QRectF(statics_.borderTopLeft, QSizeF(statics_.borderImage.size())));
+        for (const QRect& tile : statics_.borderTiles) {
+            const QPointF at = statics_.borderTopLeft + QPointF(tile.topLeft());
+            p.drawImage(at, statics_.borderImage, tile);
+            noteDrawn(QRectF(at, QSizeF(tile.size())));
+        }
     }
     drawWebcam(picture, t);
     drawAnnotations(picture, t);

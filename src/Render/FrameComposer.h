@@ -71,6 +71,9 @@ public:
         Rect canvasRect;
         QImage borderImage;  // the band, placed at borderTopLeft
         QPointF borderTopLeft;
+        // The tiles of borderImage that hold any paint: the band is thin, and blending the clear
+        // middle of the card on every frame would cost as much as the band itself many times over.
+        std::vector<QRect> borderTiles;
         std::optional<QImage> clickEffect;
         std::map<CursorShape, CursorArt::Cursor> cursorImages;
         std::optional<QImage> spotlightDisc;

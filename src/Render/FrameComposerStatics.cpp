@@ -42,6 +42,22 @@ QRect pixelBox(const Rect& r, double canvasHeight) {
     return QRect(x0, y0, std::max(1, x1 - x0), std::max(1, y1 - y0));
 }
 
+// The tiles of an image that hold any non-transparent pixel.
+std::vector<QRect> paintedTiles(const QImage& image, int tile) {
+    std::vector<QRect> tiles;
+    for (int top = 0; top < image.height(); top += tile)
+        for (int left = 0; left < image.width(); left += tile) {
+            const QRect r = QRect(left, top, tile, tile).intersected(image.rect());
+            bool painted = false;
+            for (int y = r.top(); y <= r.bottom() && !painted; ++y) {
+                const auto* row = reinterpret_cast<const uint32_t*>(image.constScanLine(y));
+                for (int x = r.left(); x <= r.right() && !painted; ++x) painted = row[x] != 0;
+            }
+            if (painted) tiles.push_back(r);
+        }
+    return tiles;
+}
+
 }  // namespace
 
 std::vector<double> FrameComposer::sourceAspects() const {
@@ -126,8 +142,9 @@ void FrameComposer::buildBorder(const std::optional<CardBorder::Band>& band, con
     if (band->style == CardBorderStyle::liquid) {
         auto lens = liquid_.image(*band, background ? *background : QImage(), statics_.canvasRect, 1);
         if (!lens) return;
-        statics_.borderImage = *lens;
+        statics_.borderImage = lens->convertToFormat(QImage::Format_ARGB32_Premultiplied);
         statics_.borderTopLeft = toTopLeft(target, H).topLeft();
+        statics_.borderTiles = paintedTiles(statics_.borderImage, 64);
         return;
     }
     // Drawn on the canvas pixel grid so the strokes stay as sharp as drawing them in place.
@@ -142,6 +159,7 @@ void FrameComposer::buildBorder(const std::optional<CardBorder::Band>& band, con
     p.end();
     statics_.borderImage = std::move(image);
     statics_.borderTopLeft = box.topLeft();
+    statics_.borderTiles = paintedTiles(statics_.borderImage, 64);
 }
 
 void FrameComposer::buildPointerArt() {

@@ -45,6 +45,23 @@ void repeatWeightsPerByte(Taps& taps) {
         for (size_t c = 0; c < 4; ++c) taps.byteWeight[4 * k + c] = uint16_t(taps.weight[k]);
 }
 
+// Each destination pixel's two source pixels, side by side in two rows for mixBytes.
+// Where the two are neighbours (all but clamped taps) one 64-bit load fetches both.
+void gatherPairs(uint32_t* __restrict left, uint32_t* __restrict right, const uint32_t* __restrict pixels,
+                 const int* __restrict first, const int* __restrict second, int count) {
+    for (int k = 0; k < count; ++k) {
+        if (second[k] == first[k] + 1) {
+            uint64_t pair;
+            std::memcpy(&pair, pixels + first[k], 8);
+            left[k] = uint32_t(pair);
+            right[k] = uint32_t(pair >> 32);
+        } else {
+            left[k] = pixels[first[k]];
+            right[k] = pixels[second[k]];
+        }
+    }
+}
+
 // a × (256 − f) + b × f + 128, over 256, byte by byte in 16-bit lanes (the sum stays below 65536):
 // the same rounding as mixPixels, in a loop the compiler turns into vector multiplies. Compiled
 // for AVX2 and for plain x86-64, picked at load time.
@@ -139,11 +156,8 @@ void resampleInto(QImage& destination, const QRect& clip, const QImage& sourceIm
     auto row = [&](int sourceRow) {
         uint32_t* slot = rows.data() + size_t(sourceRow & 1) * size_t(width);
         if (rowIn[sourceRow & 1] != sourceRow) {
-            const auto* pixels = reinterpret_cast<const uint32_t*>(source.constScanLine(sourceRow));
-            for (int k = 0; k < width; ++k) {
-                left[size_t(k)] = pixels[x.first[size_t(k)]];
-                right[size_t(k)] = pixels[x.second[size_t(k)]];
-            }
+            gatherPairs(left.data(), right.data(), reinterpret_cast<const uint32_t*>(source.constScanLine(sourceRow)),
+                        x.first.data(), x.second.data(), width);
             mixBytes(reinterpret_cast<uint8_t*>(slot), reinterpret_cast<const uint8_t*>(left.data()),
                      reinterpret_cast<const uint8_t*>(right.data()), x.byteWeight.data(), width * 4);
             rowIn[sourceRow & 1] = sourceRow;

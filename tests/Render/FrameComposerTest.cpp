@@ -331,3 +331,28 @@ TEST_F(FrameComposerTest, MotionBlurIsTheMeanOfItsSamples) {
     EXPECT_LE(largestDifference(frame, mean), 1);
     EXPECT_NE(frame, samples.front());  // the samples do differ
 }
+
+TEST_F(FrameComposerTest, BorderTilesHoldEveryPaintedPixelOfTheBand) {
+    input.settings.borderWidth = 1;
+    input.settings.cornerRadiusFraction = 0.05;
+    for (CardBorderStyle style : {CardBorderStyle::glass, CardBorderStyle::glassDark, CardBorderStyle::liquid}) {
+        input.settings.borderStyle = style;
+        FrameComposer composer(input, {});
+        const auto& statics = composer.buildStatics();
+        ASSERT_FALSE(statics.borderImage.isNull()) << enumName(style);
+        QImage covered(statics.borderImage.size(), QImage::Format_Grayscale8);
+        covered.fill(0);
+        long long inTiles = 0;
+        for (const QRect& tile : statics.borderTiles) {
+            QPainter(&covered).fillRect(tile, Qt::white);
+            inTiles += (long long)tile.width() * tile.height();
+        }
+        int missed = 0;
+        for (int y = 0; y < covered.height(); ++y)
+            for (int x = 0; x < covered.width(); ++x)
+                if (statics.borderImage.pixel(x, y) != 0 && qGray(covered.pixel(x, y)) == 0) ++missed;
+        EXPECT_EQ(missed, 0) << enumName(style);
+        // The clear middle of the card is left out.
+        EXPECT_LT(inTiles, (long long)statics.borderImage.width() * statics.borderImage.height() * 3 / 4) << enumName(style);
+    }
+}
