@@ -1,39 +1,46 @@
 #include "Render/CanvasPool.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace halvane {
 
 namespace {
 
-void copyRect(QImage& picture, const QImage& plate, const QRect& r) {
-    const QRect area = r.intersected(picture.rect()).intersected(plate.rect());
-    if (area.isEmpty()) return;
-    const size_t bytes = size_t(area.width()) * 4;
-    for (int y = area.top(); y <= area.bottom(); ++y)
-        std::memcpy(picture.scanLine(y) + area.left() * 4, plate.constScanLine(y) + area.left() * 4, bytes);
+void copyRow(QImage& picture, const QImage& plate, int y, int left, int right) {
+    if (right < left) return;
+    std::memcpy(picture.scanLine(y) + left * 4, plate.constScanLine(y) + left * 4, size_t(right - left + 1) * 4);
 }
 
 }  // namespace
 
-void restoreOutside(QImage& picture, const QImage& plate, const QRect& area, const QRect& keep) {
-    const QRect inside = area.intersected(keep);
-    if (inside.isEmpty()) {
-        copyRect(picture, plate, area);
-        return;
+void restoreOutside(QImage& picture, const QImage& plate, const std::vector<QRect>& areas, const QRect& keep) {
+    const QRect bounds = picture.rect().intersected(plate.rect());
+    std::vector<int> from(size_t(bounds.height()), bounds.width()), to(size_t(bounds.height()), -1);
+    for (const QRect& area : areas) {
+        const QRect r = area.intersected(bounds);
+        for (int y = r.top(); y <= r.bottom(); ++y) {
+            from[size_t(y)] = std::min(from[size_t(y)], r.left());
+            to[size_t(y)] = std::max(to[size_t(y)], r.right());
+        }
     }
-    // Above and below the kept part at full width, then left and right of it.
-    copyRect(picture, plate, QRect(area.left(), area.top(), area.width(), inside.top() - area.top()));
-    copyRect(picture, plate, QRect(area.left(), inside.bottom() + 1, area.width(), area.bottom() - inside.bottom()));
-    copyRect(picture, plate, QRect(area.left(), inside.top(), inside.left() - area.left(), inside.height()));
-    copyRect(picture, plate, QRect(inside.right() + 1, inside.top(), area.right() - inside.right(), inside.height()));
+    for (int y = 0; y < bounds.height(); ++y) {
+        const int left = from[size_t(y)], right = to[size_t(y)];
+        if (right < left) continue;
+        if (y < keep.top() || y > keep.bottom() || right < keep.left() || left > keep.right()) {
+            copyRow(picture, plate, y, left, right);
+            continue;
+        }
+        copyRow(picture, plate, y, left, keep.left() - 1);
+        copyRow(picture, plate, y, keep.right() + 1, right);
+    }
 }
 
 int CanvasPool::acquire(const QImage& plate, const QRect& rewritten) {
     for (size_t i = 0; i < slots_.size(); ++i) {
         Slot& slot = slots_[i];
         if (slot.busy || !slot.image.isDetached() || slot.image.size() != plate.size()) continue;
-        for (const QRect& r : slot.drawn) restoreOutside(slot.image, plate, r, rewritten);
+        restoreOutside(slot.image, plate, slot.drawn, rewritten);
         slot.drawn.clear();
         slot.busy = true;
         return int(i);

@@ -36,7 +36,8 @@ private:
     std::vector<Slot> slots_;
 };
 
-// Copies `plate` into `picture` over `area`, leaving out the part inside `keep`.
-void restoreOutside(QImage& picture, const QImage& plate, const QRect& area, const QRect& keep);
+// Copies `plate` into `picture` over `areas`, leaving out the part inside `keep`. Overlapping
+// areas are copied once: each row copies from the leftmost to the rightmost area crossing it.
+void restoreOutside(QImage& picture, const QImage& plate, const std::vector<QRect>& areas, const QRect& keep);
 
 }  // namespace halvane

@@ -193,7 +193,9 @@ void FrameComposer::applyMasks(QImage& picture, double t, const Rect& visible, c
         } else {
             double sigma = sigmaForFilterRadius(std::max(k * 0.012, 3.0));
             int margin = int(std::ceil(sigma * 3));
-            QRect around = region.adjusted(-margin, -margin, margin, margin).intersected(picture.rect());
+            // A card of several sources is blurred as its own picture, clamped at its own edges.
+            const QRect bounds = source ? toTopLeft(target, height()).toAlignedRect() : picture.rect();
+            QRect around = region.adjusted(-margin, -margin, margin, margin).intersected(bounds);
             QImage patch = picture.copy(around);
             gaussianBlur(patch, sigma);
             QPainter p(&picture);

@@ -60,6 +60,15 @@ public:
         double borderMargin = 0;
     };
 
+    // A card picture (shadow, mask or border) scaled onto a canvas rectangle, on whole pixels.
+    struct PlacedArt {
+        QRectF target;
+        QPoint topLeft;
+        QImage image;
+        // Per row, the run around the middle that is wholly opaque (empty: to < from).
+        std::vector<int> opaqueFrom, opaqueTo;
+    };
+
     struct Statics {
         QImage plate;        // background, card shadow and card fill
         QImage videoMask;    // videoPixels-sized coverage of the rounded video rectangle
@@ -115,6 +124,8 @@ private:
         std::vector<QRect> drawn;
     };
 
+    const PlacedArt& placedArt(PlacedArt& cached, const QImage& art, const QRectF& target);
+
     void buildPlateAndMask(const QImage* background);
     void buildBorder(const std::optional<CardBorder::Band>& band, const QImage* background);
     void buildPointerArt();
@@ -166,6 +177,13 @@ private:
     // samples and the export queues a few finished frames).
     CanvasPool canvases_{12};
     std::vector<QRect> drawn_;  // areas outside the video box drawn on while composing a frame
+    // Multi-source frames: each card's scaled shadow, mask and border, kept while the card stands
+    // still, and two canvas-sized layers reused for every card (only the card's area is used).
+    struct CardArt {
+        PlacedArt shadow, mask, border;
+    };
+    std::vector<CardArt> cardArt_;
+    QImage cardLayer_, liftedLayer_;
 };
 
 }  // namespace halvane

@@ -356,3 +356,44 @@ TEST_F(FrameComposerTest, BorderTilesHoldEveryPaintedPixelOfTheBand) {
         EXPECT_LT(inTiles, (long long)statics.borderImage.width() * statics.borderImage.height() * 3 / 4) << enumName(style);
     }
 }
+
+TEST_F(FrameComposerTest, MultiSourceCardsShowTheirSourcesAndRepeatExactlyAcrossReusedPictures) {
+    input.meta.mode = "windows";
+    input.meta.version = 2;
+    input.meta.sources = {RecordingSource{"screen.mov", "A", 320, 200, 320, 200, 0},
+                          RecordingSource{"screen-2.mov", "B", 320, 200, 320, 200, 0}};
+    input.settings.cornerRadiusFraction = 0.1;
+    input.settings.borderStyle = CardBorderStyle::glass;
+    input.settings.borderWidth = 1;
+    FocusSegment focus;
+    focus.start = 4;
+    focus.source = 1;
+    input.settings.focusSwitches = {focus};
+    FunctionFrames first([](double) { return solidFrame(Qt::red); });
+    FunctionFrames second([](double) { return splitFrame(); });
+    FrameComposer composer(input, {&first, &second});
+    std::vector<QImage> frames;
+    for (double t : {2.0, 4.1, 4.2, 8.0}) frames.push_back(composer.composeFrame(t));
+
+    // Each card shows its own source where the focus layout puts it, corners cut round.
+    auto places = FocusTimeline::placements(8, {focus}, {1.6, 1.6}, input.canvasSize, input.settings.padding);
+    ASSERT_EQ(places.size(), 2u);
+    const Rect a = places[0].rect, b = places[1].rect;
+    const Point inA{a.minX() + a.width() * 0.5, a.minY() + 4}, inBLeft{b.minX() + b.width() * 0.25, b.midY()};
+    const bool aShows = !b.contains(inA) || places[0].z > places[1].z;
+    if (aShows) {
+        EXPECT_GT(pixel(frames[3], inA).red(), 150);
+    }
+    EXPECT_GT(pixel(frames[3], inBLeft).green(), 200);  // the front card's left half is green
+    const QColor corner = pixel(frames[3], {b.minX() + 0.5, b.maxY() - 0.5});
+    EXPECT_LT(corner.green(), 150);  // outside the rounded corner: no source
+
+    // Pictures, layers and scaled card art are reused from frame to frame; a fresh composer
+    // gives the very same pictures.
+    for (size_t i = 0; i < frames.size(); ++i) {
+        const double t = std::vector<double>{2.0, 4.1, 4.2, 8.0}[i];
+        FrameComposer once(input, {&first, &second});
+        EXPECT_EQ(composer.composeFrame(t), once.composeFrame(t)) << t;
+        EXPECT_EQ(frames[i], once.composeFrame(t)) << t;
+    }
+}
