@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 
 // The archive that scripts/build-text-models makes; resources/text-models holds the same record.
 const TextModelStore::Release TextModelStore::release{
-    "pp-ocrv4-mobile-v1", 14353651, "c9ae9c3d72843fb144d18ea79e8fb1d47ed6de07fd96218ccab4d6534652e2b7"};
+    "pp-ocrv4-mobile-v1", 14359405, "57eb194c75523dc338e69bd08de50f712cf16fd488a7e00d7f9f5f8b46d2fa8a"};
 
 namespace {
 
