@@ -409,7 +409,7 @@ int64_t MovieWriter::defaultBitRate(int width, int height, double fps, VideoCode
 }
 
 std::string MovieWriter::exportPreset(unsigned cores) {
-    // Measured on two cores: a composed 1080p60 export spends about 28 s of CPU per 30 s in
+    // Measured on two cores: a composed 1080p60 export spends about 21 s of CPU per 30 s in
     // x264 at ultrafast and 50 s at superfast, on top of decoding and composing.
     if (cores >= 8) return "veryfast";
     if (cores >= 4) return "superfast";
