@@ -50,6 +50,15 @@ QImage checkerFrame() {
     return image;
 }
 
+ZoomSegment zoomOn(double level, Point target, double start, double end) {
+    ZoomSegment zoom;
+    zoom.start = start;
+    zoom.end = end;
+    zoom.level = level;
+    zoom.target = target;
+    return zoom;
+}
+
 QColor pixel(const QImage& image, Point canvasPoint) {
     return QColor::fromRgba(image.pixel(int(canvasPoint.x), int(image.height() - 1 - canvasPoint.y)));
 }
@@ -114,12 +123,7 @@ TEST_F(FrameComposerTest, ZoomShowsTheTargetedRegion) {
         const Rect v = layout().video;
         EXPECT_EQ(pixel(frame, {v.minX() + v.width() * 0.75, v.midY()}), QColor(Qt::red));
     }
-    ZoomSegment zoom;
-    zoom.start = 0;
-    zoom.end = 10;
-    zoom.level = 2;
-    zoom.target = {0.25, 0.5};
-    input.settings.zooms = {zoom};
+    input.settings.zooms = {zoomOn(2, {0.25, 0.5}, 0, 10)};
     FrameComposer zoomed(input, {&frames});
     QImage frame = zoomed.composeOutputFrame(5);
     const Rect v = layout().video;
@@ -199,12 +203,7 @@ TEST_F(FrameComposerTest, StillViewAddsNoMotionBlurSamples) {
     still.buildStatics();
     EXPECT_EQ(still.motionBlurSamples(5), 1);
 
-    ZoomSegment zoom;
-    zoom.start = 1;
-    zoom.end = 9;
-    zoom.level = 2;
-    zoom.target = {0.3, 0.3};
-    input.settings.zooms = {zoom};
+    input.settings.zooms = {zoomOn(2, {0.3, 0.3}, 1, 9)};
     FrameComposer moving(input, {&frames});
     moving.buildStatics();
     int most = 1;
@@ -296,12 +295,7 @@ TEST_F(FrameComposerTest, HeldFramesStayIntactAndLaterFramesKeepNothingOfEarlier
 
 TEST_F(FrameComposerTest, MotionBlurIsTheMeanOfItsSamples) {
     CompositionInput take = withPassingOverlays(input);
-    ZoomSegment zoom;
-    zoom.start = 1;
-    zoom.end = 9;
-    zoom.level = 2.5;
-    zoom.target = {0.3, 0.3};
-    take.settings.zooms = {zoom};
+    take.settings.zooms = {zoomOn(2.5, {0.3, 0.3}, 1, 9)};
     take.settings.motionBlur = true;
     FunctionFrames frames([](double) { return checkerFrame(); });
     FrameComposer blurred(take, {&frames});
