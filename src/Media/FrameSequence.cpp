@@ -3,7 +3,15 @@
 #include "Media/FFmpegSupport.h"
 #include "Support/HalvaneError.h"
 
+extern "C" {
+#include <libavutil/pixdesc.h>
+}
+
+#include <QRect>
+
+#include <algorithm>
 #include <cmath>
+#include <vector>
 
 namespace halvane {
 
@@ -34,6 +42,20 @@ bool isFullRange(const AVFrame* frame) {
     }
 }
 
+// Planar 8-bit formats whose planes can be cut to a rectangle by moving their pointers, with
+// chroma subsampled by at most 16 across and 2 down.
+bool croppable(int format) {
+    const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(format));
+    if (!d || !(d->flags & AV_PIX_FMT_FLAG_PLANAR) ||
+        (d->flags & (AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BITSTREAM)))
+        return false;
+    for (int c = 0; c < d->nb_components; ++c)
+        if (d->comp[c].step != 1 || d->comp[c].depth != 8) return false;
+    return d->log2_chroma_w <= 4 && d->log2_chroma_h <= 1;
+}
+
+int roundUp(int value, int step) { return (value + step - 1) / step * step; }
+
 }  // namespace
 
 struct FrameSequence::Impl {
@@ -53,9 +75,13 @@ struct FrameSequence::Impl {
     uint64_t convertedSerial = 0;   // the serial of the frame `image` holds
 
     Sws sws;
-    int swsWidth = 0, swsHeight = 0, swsFormat = -1, swsMatrix = -1, swsFullRange = -1;
+    int swsWidth = 0, swsHeight = 0, swsOutWidth = 0, swsOutHeight = 0;
+    int swsFormat = -1, swsMatrix = -1, swsFullRange = -1;
+    std::vector<uint8_t> pixels;  // what `image` shows
     QImage image;
     int outWidth = 0, outHeight = 0;
+    Rect region{0, 0, 1, 1};
+    QRect converted;  // the pixels of `image` that hold the frame of convertedSerial
 
     double seconds(int64_t pts) const { return pts * av_q2d(stream->time_base); }
 
@@ -106,31 +132,84 @@ struct FrameSequence::Impl {
         }
     }
 
+    // The pixels of the frame the region asks for: rounded out to 16-pixel columns and even rows
+    // (whole chroma samples), sizes in steps of 64 so that a zoom holding still keeps its converter.
+    QRect neededPixels(const AVFrame* frame) const {
+        const int w = frame->width, h = frame->height;
+        const QRect whole(0, 0, w, h);
+        if (outWidth != w || outHeight != h || !croppable(frame->format)) return whole;
+        if (!(region.width() > 0) || !(region.height() > 0)) return whole;
+        int x0 = std::clamp(static_cast<int>(std::floor(region.minX() * w)), 0, w) & ~15;
+        int y0 = std::clamp(static_cast<int>(std::floor(region.minY() * h)), 0, h) & ~1;
+        const int x1 = std::clamp(static_cast<int>(std::ceil(region.maxX() * w)), 0, w);
+        const int y1 = std::clamp(static_cast<int>(std::ceil(region.maxY() * h)), 0, h);
+        int width = std::min(roundUp(std::max(x1 - x0, 1), 64), w);
+        int height = std::min(roundUp(std::max(y1 - y0, 1), 64), h);
+        // Grown past the far edge: moved back to stay inside, and stretched to reach that edge.
+        if (x0 + width > w) {
+            x0 = (w - width) & ~15;
+            width = w - x0;
+        }
+        if (y0 + height > h) {
+            y0 = (h - height) & ~1;
+            height = h - y0;
+        }
+        return QRect(x0, y0, width, height);
+    }
+
+    bool prepareConverter(const AVFrame* frame, int width, int height, int toWidth, int toHeight) {
+        const int matrix = matrixFor(frame->colorspace, frame->height);
+        const int fullRange = isFullRange(frame) ? 1 : 0;
+        if (sws && swsWidth == width && swsHeight == height && swsOutWidth == toWidth && swsOutHeight == toHeight &&
+            swsFormat == frame->format && swsMatrix == matrix && swsFullRange == fullRange)
+            return true;
+        sws.reset(sws_getContext(width, height, static_cast<AVPixelFormat>(frame->format), toWidth, toHeight,
+                                 AV_PIX_FMT_BGRA, SWS_BILINEAR, nullptr, nullptr, nullptr));
+        if (!sws) return false;
+        sws_setColorspaceDetails(sws.get(), sws_getCoefficients(matrix), fullRange, sws_getCoefficients(SWS_CS_DEFAULT),
+                                 1, 0, 1 << 16, 1 << 16);
+        swsWidth = width;
+        swsHeight = height;
+        swsOutWidth = toWidth;
+        swsOutHeight = toHeight;
+        swsFormat = frame->format;
+        swsMatrix = matrix;
+        swsFullRange = fullRange;
+        return true;
+    }
+
     const QImage* convertCurrent() {
         const AVFrame* frame = current.get();
         if (!frame) return nullptr;
-        if (convertedSerial == currentSerial) return &image;
-        int matrix = matrixFor(frame->colorspace, frame->height);
-        int fullRange = isFullRange(frame) ? 1 : 0;
-        if (!sws || swsWidth != frame->width || swsHeight != frame->height ||
-            swsFormat != frame->format || swsMatrix != matrix || swsFullRange != fullRange) {
-            sws.reset(sws_getContext(frame->width, frame->height,
-                                     static_cast<AVPixelFormat>(frame->format), outWidth, outHeight,
-                                     AV_PIX_FMT_BGRA, SWS_BILINEAR, nullptr, nullptr, nullptr));
-            if (!sws) return nullptr;
-            sws_setColorspaceDetails(sws.get(), sws_getCoefficients(matrix), fullRange,
-                                     sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16, 1 << 16);
-            swsWidth = frame->width;
-            swsHeight = frame->height;
-            swsFormat = frame->format;
-            swsMatrix = matrix;
-            swsFullRange = fullRange;
+        const QRect needed = neededPixels(frame);
+        if (convertedSerial == currentSerial && converted.contains(needed)) return &image;
+        const bool whole = needed == QRect(0, 0, frame->width, frame->height);
+        if (!prepareConverter(frame, needed.width(), needed.height(), whole ? outWidth : needed.width(),
+                              whole ? outHeight : needed.height()))
+            return nullptr;
+        if (image.isNull()) {
+            // swscale's vector converters write whole blocks of 8 pixels: rows are padded to 16
+            // pixels, and the buffer has room after the last one, so no block writes past it.
+            const int stride = roundUp(outWidth, 16) * 4;
+            pixels.assign(size_t(stride) * size_t(outHeight) + 64, 0);
+            image = QImage(pixels.data(), outWidth, outHeight, stride, QImage::Format_ARGB32_Premultiplied);
         }
-        if (image.isNull())
-            image = QImage(outWidth, outHeight, QImage::Format_ARGB32_Premultiplied);
-        uint8_t* destination[4] = {image.bits(), nullptr, nullptr, nullptr};
-        int strides[4] = {static_cast<int>(image.bytesPerLine()), 0, 0, 0};
-        sws_scale(sws.get(), frame->data, frame->linesize, 0, frame->height, destination, strides);
+        // The rectangle's planes start where it does: chroma planes at its subsampled corner.
+        const uint8_t* source[4] = {frame->data[0], frame->data[1], frame->data[2], frame->data[3]};
+        if (!whole) {
+            const AVPixFmtDescriptor* d = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame->format));
+            for (int c = 0; c < d->nb_components; ++c) {
+                const bool chroma = (c == 1 || c == 2) && !(d->flags & AV_PIX_FMT_FLAG_RGB);
+                const int plane = d->comp[c].plane;
+                source[plane] = frame->data[plane] + (needed.y() >> (chroma ? d->log2_chroma_h : 0)) * frame->linesize[plane] +
+                                (needed.x() >> (chroma ? d->log2_chroma_w : 0));
+            }
+        }
+        const int stride = static_cast<int>(image.bytesPerLine());
+        uint8_t* destination[4] = {image.bits() + needed.y() * stride + needed.x() * 4, nullptr, nullptr, nullptr};
+        int strides[4] = {stride, 0, 0, 0};
+        sws_scale(sws.get(), source, frame->linesize, 0, needed.height(), destination, strides);
+        converted = whole ? QRect(0, 0, outWidth, outHeight) : needed;
         convertedSerial = currentSerial;
         return &image;
     }
@@ -198,6 +277,11 @@ FrameSequence::FrameSequence(const std::filesystem::path& movie, double startAt,
 FrameSequence::~FrameSequence() = default;
 
 const QImage* FrameSequence::image(double t) { return impl_->imageAt(t); }
+
+void FrameSequence::setRegion(const Rect& unit) {
+    const Rect whole{0, 0, 1, 1};
+    impl_->region = unit.width() > 0 && unit.height() > 0 ? unit.intersection(whole) : whole;
+}
 
 double FrameSequence::currentTime() const { return impl_->currentTime; }
 

@@ -30,6 +30,12 @@ public:
     // next call.
     const QImage* image(double t);
 
+    // Only this part of the pictures (unit rectangle, origin top left) needs to be right from now
+    // on: when pictures keep the stream's size, only those pixels (rounded out to whole 16-pixel
+    // columns and even rows) are converted, and the rest of the image keeps older pixels. An
+    // empty or whole rectangle converts everything, as before any call.
+    void setRegion(const Rect& unit);
+
     // The time of the frame image() gave last, or NaN before any.
     double currentTime() const;
     // Size of the pictures given out.

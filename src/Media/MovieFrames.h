@@ -13,6 +13,7 @@ public:
         : sequence_(movie, startAt, until) {}
 
     const QImage* frame(double t) override { return sequence_.image(t); }
+    void setRegionOfInterest(const Rect& unit) override { sequence_.setRegion(unit); }
     FrameSequence& sequence() { return sequence_; }
 
 private:

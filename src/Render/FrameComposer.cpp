@@ -33,6 +33,21 @@ void drawScaled(QPainter& p, const QImage& image, double s, double x, double y, 
     p.drawImage(target, image);
 }
 
+}  // namespace
+
+// The part of a source picture that scaling `window` (unit, top left) onto `target` reads: the
+// filter taps reach a source pixel past the edge, and the whole-pixel box around the target and
+// the halving before strong shrinks a few target pixels more. `sourcePixels` is the expected
+// picture size (the reading rounds out further).
+Rect FrameComposer::readRegion(const Rect& window, const Rect& target, Size sourcePixels) {
+    const double mx = 4 * window.width() / std::max(target.width(), 1.0) + 2 / std::max(sourcePixels.width, 16.0);
+    const double my = 4 * window.height() / std::max(target.height(), 1.0) + 2 / std::max(sourcePixels.height, 16.0);
+    return Rect{window.minX() - mx, window.minY() - my, window.width() + 2 * mx, window.height() + 2 * my}.intersection(
+        Rect{0, 0, 1, 1});
+}
+
+namespace {
+
 // Inside `area`: picture = picture × coverage + plate × (1 − coverage), with the coverage the alpha
 // of `mask`, whose top-left corner lies at `maskOrigin`.
 void keepInsideMask(QImage& picture, const QImage& plate, const QImage& mask, QRect area, QPoint maskOrigin) {
@@ -131,14 +146,16 @@ QImage FrameComposer::composeFrame(double t) {
 void FrameComposer::noteDrawn(const QRectF& area) { drawn_.push_back(area.toAlignedRect().adjusted(-1, -1, 1, 1)); }
 
 FrameComposer::Composed FrameComposer::composeSingleFrame(double t) {
-    FrameSource* screen = screens_.empty() ? nullptr : screens_[0];
-    const QImage* frame = screen ? screen->frame(t) : nullptr;
-    if (!frame || frame->isNull()) return {statics_.plate, {}};
-
     const EditSettings& s = input_.settings;
     const Rect visible = ZoomTimeline::visibleRect(speedMap_.outputTime(t), model_.effectiveZooms());
     const Rect window{crop_.minX() + visible.minX() * crop_.width(), crop_.minY() + visible.minY() * crop_.height(),
                       visible.width() * crop_.width(), visible.height() * crop_.height()};
+    FrameSource* screen = screens_.empty() ? nullptr : screens_[0];
+    if (screen)
+        screen->setRegionOfInterest(
+            readRegion(window, statics_.videoRect, {double(input_.meta.pixelWidth), double(input_.meta.pixelHeight)}));
+    const QImage* frame = screen ? screen->frame(t) : nullptr;
+    if (!frame || frame->isNull()) return {statics_.plate, {}};
     drawn_.clear();
     const int slot = canvases_.acquire(statics_.plate, statics_.videoPixels);
     QImage& picture = canvases_.picture(slot);

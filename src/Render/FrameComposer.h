@@ -116,6 +116,9 @@ public:
     static Point project(Point p, const Rect& visible, const Rect& target);
     static Rect project(const Rect& r, const Rect& visible, const Rect& target);
 
+    // What a source is told to convert when `window` of it is scaled onto `target`.
+    static Rect readRegion(const Rect& window, const Rect& target, Size sourcePixels);
+
 private:
     // A composed single-source picture and the areas outside `videoPixels` where it differs from
     // the plate (the video box itself is rewritten whole on every frame).

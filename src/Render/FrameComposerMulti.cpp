@@ -166,6 +166,10 @@ QImage FrameComposer::composeMultiFrame(double t) {
         if (i < state.sourceZoomRects.size()) visible = state.sourceZoomRects[i];
         FrameSource* reader = i < screens_.size() ? screens_[i] : nullptr;
         const double offset = i < input_.meta.sources.size() ? input_.meta.sources[i].startOffset : 0;
+        if (reader && i < input_.meta.sources.size()) {
+            const auto& source = input_.meta.sources[i];
+            reader->setRegionOfInterest(readRegion(visible, Q, {double(source.pixelWidth), double(source.pixelHeight)}));
+        }
         const QImage* frame = reader ? reader->frame(t - offset) : nullptr;
         if (frame && !frame->isNull()) {
             const double ew = frame->width(), eh = frame->height();

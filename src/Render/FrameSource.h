@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Support/Geometry.h"
+
 #include <QImage>
 
 namespace halvane {
@@ -11,6 +13,12 @@ class FrameSource {
 public:
     virtual ~FrameSource() = default;
     virtual const QImage* frame(double t) = 0;
+
+    // The part of the pictures the next calls to `frame` will be read in, as a unit rectangle of
+    // the picture (origin top left), margin for filtering included. A source may then make only
+    // that part and leave the rest of the picture stale, which saves converting what a zoom hides.
+    // Pictures keep their full size. The whole picture until said otherwise.
+    virtual void setRegionOfInterest(const Rect& unit) { (void)unit; }
 };
 
 }  // namespace halvane

@@ -95,6 +95,45 @@ TEST_F(FrameSequenceTest, HonoursTheStreamsRangeAndMatrix) {
     EXPECT_LT(qBlue(red), 12);
 }
 
+TEST_F(FrameSequenceTest, ConvertsOnlyTheAskedRegionAndThatExactly) {
+    // A moving test pattern whose width is no multiple of 16, so regions meet the right edge unevenly.
+    auto path = dir / "pattern.mp4";
+    int status = 0;
+    test::runCommand("ffmpeg -v error -y -f lavfi -i testsrc2=s=330x186:d=1:r=30 -pix_fmt yuv420p -c:v libx264 "
+                     "-qp 0 " + path.string() + " 2>&1",
+                     &status);
+    ASSERT_EQ(status, 0);
+    FrameSequence whole(path), part(path);
+    // A region inside, one reaching the bottom-right corner, and a change of region on one frame.
+    const std::vector<std::pair<double, Rect>> asks{{0.1, {0.31, 0.22, 0.4, 0.37}},
+                                                    {0.4, {0.55, 0.6, 0.45, 0.4}},
+                                                    {0.4, {0.0, 0.0, 0.2, 0.9}},
+                                                    {0.8, {0.5, 0.5, 0.01, 0.01}}};
+    for (const auto& [t, region] : asks) {
+        part.setRegion(region);
+        const QImage* expected = whole.image(t);
+        const QImage* got = part.image(t);
+        ASSERT_TRUE(expected && got);
+        ASSERT_EQ(got->size(), expected->size());
+        const QRect pixels = QRectF(region.minX() * 330, region.minY() * 186, region.width() * 330,
+                                    region.height() * 186).toAlignedRect().intersected(got->rect());
+        int differing = 0;
+        for (int y = pixels.top(); y <= pixels.bottom(); ++y)
+            for (int x = pixels.left(); x <= pixels.right(); ++x) differing += got->pixel(x, y) != expected->pixel(x, y);
+        EXPECT_EQ(differing, 0) << t << " " << region.minX();
+    }
+
+    // Outside the region the picture keeps the frame converted before.
+    FrameSequence ramp(dir / "ramp.mov");
+    EXPECT_NEAR(level(ramp.image(1.0 / 30)), 1, 1);
+    ramp.setRegion({0.1, 0.1, 0.2, 0.2});
+    const QImage* later = ramp.image(10.0 / 30);
+    EXPECT_NEAR(qBlue(later->pixel(40, 20)), 10, 1);
+    EXPECT_NEAR(qBlue(later->pixel(150, 85)), 1, 1);
+    ramp.setRegion({});
+    EXPECT_NEAR(qBlue(ramp.image(10.0 / 30)->pixel(150, 85)), 10, 1);  // the whole picture again
+}
+
 TEST_F(FrameSequenceTest, RefusesFilesWithoutUsableVideo) {
     auto soundOnly = dir / "sound.m4a";
     int status = 0;

@@ -391,3 +391,37 @@ TEST_F(FrameComposerTest, MultiSourceCardsShowTheirSourcesAndRepeatExactlyAcross
         EXPECT_EQ(frames[i], once.composeFrame(t)) << t;
     }
 }
+
+namespace {
+
+// Frames whose pixels outside the region the composer announces are wrong on purpose.
+class RegionOnlyFrames : public FrameSource {
+public:
+    const QImage* frame(double t) override {
+        image_ = checkerFrame();
+        QPainter p(&image_);
+        p.fillRect(QRectF(QPointF(-10, -10), QPointF(320 + 10, 200 * region_.minY())), Qt::magenta);
+        p.fillRect(QRectF(QPointF(-10, 200 * region_.maxY()), QPointF(330, 210)), Qt::magenta);
+        p.fillRect(QRectF(QPointF(-10, -10), QPointF(320 * region_.minX(), 210)), Qt::magenta);
+        p.fillRect(QRectF(QPointF(320 * region_.maxX(), -10), QPointF(330, 210)), Qt::magenta);
+        return &image_;
+    }
+    void setRegionOfInterest(const Rect& unit) override { region_ = unit; }
+
+private:
+    QImage image_;
+    Rect region_{0, 0, 1, 1};
+};
+
+}  // namespace
+
+TEST_F(FrameComposerTest, NothingOutsideTheAnnouncedRegionIsRead) {
+    input.settings.motionBlur = true;
+    // Zooms towards a corner and the middle, strong enough to leave most of the source unseen.
+    input.settings.zooms = {zoomOn(3, {0.95, 0.05}, 1, 4), zoomOn(2, {0.5, 0.5}, 5, 8)};
+    FunctionFrames honest([](double) { return checkerFrame(); });
+    RegionOnlyFrames partial;
+    FrameComposer expected(input, {&honest});
+    FrameComposer composer(input, {&partial});
+    for (double t : {0.5, 1.1, 2.0, 4.2, 5.2, 6.5, 9.0}) EXPECT_EQ(composer.composeOutputFrame(t), expected.composeOutputFrame(t)) << t;
+}
