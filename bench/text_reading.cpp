@@ -69,7 +69,8 @@ TesseractTextReader& tesseract() {
 std::vector<TextSample> samples(TextTheme theme, int size) {
     std::uint32_t seed = static_cast<std::uint32_t>(size * 7 + (theme == TextTheme::dark ? 1 : 0));
     int width = std::max(420, size * 28), height = std::max(140, size * 8);
-    return {renderForm(width, height, theme, size, seed), renderCode(width, height, theme, size, seed + 100),
+    // A form needs room for its title, a row and the buttons.
+    return {renderForm(width, std::max(height, size * 14 + 24), theme, size, seed), renderCode(width, height, theme, size, seed + 100),
             renderParagraph(width, height, theme, size, seed + 200)};
 }
 

@@ -189,7 +189,7 @@ TEST(PaddleOCRWordSpaces, FindsWideInklessRunsBetweenTheInkOnly) {
             for (int x = from; x <= to; ++x) luminance[y * width + x] = 20;
     };
     ink(2, 5), ink(7, 9), ink(14, 17);
-    EXPECT_EQ(PaddleOCR::wordGaps(luminance, width, height, content), (std::vector<std::pair<int, int>>{{10, 14}}));
+    EXPECT_EQ(PaddleOCR::wordGaps(luminance, width, height, content), (std::vector<PaddleOCR::Gap>{{10, 14, true}}));
     std::vector<std::uint8_t> blank(width * height, 200);
     EXPECT_TRUE(PaddleOCR::wordGaps(blank, width, height, content).empty());
 }
@@ -197,9 +197,46 @@ TEST(PaddleOCRWordSpaces, FindsWideInklessRunsBetweenTheInkOnly) {
 TEST(PaddleOCRWordSpaces, PutsABlankWhereAGapLiesBetweenTwoGlyphsOnce) {
     std::vector<PaddleOCR::Glyph> read{{"a", 0.9f, 1}, {"b", 0.9f, 3}, {"c", 1.0f, 8}, {" ", 0.9f, 10}, {"d", 0.9f, 14}};
     // gaps centred at 36 (between b at 28 and c at 68) and at 90 (next to the blank already read)
-    auto spaced = PaddleOCR::withWordSpaces(read, {{32, 40}, {86, 94}});
+    auto spaced = PaddleOCR::withWordSpaces(read, {{32, 40, true}, {86, 94, true}});
     std::string text;
     for (const auto& g : spaced) text += g.text;
     EXPECT_EQ(text, "ab c d");
     EXPECT_NEAR(spaced[2].confidence, 0.95f, 1e-6);
+}
+
+// Proportional text at 16 px leaves about 0.4 em between words, under half the ink's height: such
+// gaps were missed ("Renderstorage"). Letter gaps of 2 columns and ink 30 high: a gap of 9 is a
+// word gap between letters only, one of 13 also next to punctuation.
+TEST(PaddleOCRWordSpaces, AGapOfAThirdOfTheInkIsAWordGapWhereLettersStandClose) {
+    const int width = 200, height = 48;
+    std::vector<std::uint8_t> luminance(width * height, 255);
+    int x = 4;
+    auto letter = [&](int gapBefore) {
+        x += gapBefore;
+        for (int y = 10; y < 40; ++y)
+            for (int dx = 0; dx < 8; ++dx) luminance[y * width + x + dx] = 0;
+        x += 8;
+    };
+    for (int gap : {0, 2, 2, 2, 9, 2, 2, 2, 13, 2, 2}) letter(gap);
+    auto gaps = PaddleOCR::wordGaps(luminance, width, height, width);
+    EXPECT_EQ(gaps, (std::vector<PaddleOCR::Gap>{{42, 51, false}, {89, 102, true}}));
+}
+
+TEST(PaddleOCRWordSpaces, NoBlankBeforeClosingPunctuationOrAfterAnOpeningBracket) {
+    auto text = [](const std::vector<PaddleOCR::Glyph>& glyphs, const std::vector<PaddleOCR::Gap>& gaps) {
+        std::string joined;
+        for (const auto& g : PaddleOCR::withWordSpaces(glyphs, gaps)) joined += g.text;
+        return joined;
+    };
+    // Glyphs at steps 1, 3, 5: the gaps lie between them at columns 16 and 32.
+    auto three = [](const char* a, const char* b, const char* c) {
+        return std::vector<PaddleOCR::Glyph>{{a, 0.9f, 1}, {b, 0.9f, 3}, {c, 0.9f, 5}};
+    };
+    std::vector<PaddleOCR::Gap> wide{{14, 18, true}, {30, 34, true}}, narrow{{14, 18, false}, {30, 34, false}};
+    EXPECT_EQ(text(three("a", ".", "b"), wide), "a. b");
+    EXPECT_EQ(text(three("a", ".", "b"), narrow), "a.b");  // a monospaced full stop between words
+    EXPECT_EQ(text(three("(", "a", ")"), wide), "(a)");
+    EXPECT_EQ(text(three("a", ")", ";"), wide), "a);");
+    EXPECT_EQ(text(three("a", "b", "c"), narrow), "a b c");
+    EXPECT_EQ(text(three("a", "=", "b"), wide), "a = b");
 }

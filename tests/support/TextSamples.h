@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -131,6 +132,9 @@ inline TextSample renderForm(int width, int height, TextTheme theme, int pixelSi
     painter.setPen(Qt::NoPen);
     painter.setBrush(colors.panel);
     int panelBottom = height - margin - row * 2;
+    // Too short a form would paint its panel over the title and its buttons over the rows, and the
+    // expected text would hold words that nobody can see.
+    if (panelBottom < y + row) throw std::invalid_argument("a form of this text size needs more height");
     painter.drawRoundedRect(QRect(margin / 2, y - pixelSize / 2, width - margin, panelBottom - y + pixelSize / 2), 10, 10);
     painter.setFont(font);
     QFontMetrics metrics(font);

@@ -7,6 +7,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <string_view>
 
 namespace halvane {
 
@@ -32,6 +33,20 @@ bool isBlank(const std::string& text) {
     bool blank = true;
     forEachCodePoint(text, [&](UChar32 c) { blank = blank && u_isUWhiteSpace(c); });
     return blank;
+}
+
+bool isLetterOrDigit(const std::string& text) {
+    bool any = false, all = true;
+    forEachCodePoint(text, [&](UChar32 c) {
+        any = true;
+        all = all && u_isalnum(c);
+    });
+    return any && all;
+}
+
+// Whether a glyph is one of the punctuation marks listed (ASCII only).
+bool closesOrOpens(const std::string& text, std::string_view marks) {
+    return text.size() == 1 && marks.find(text[0]) != std::string_view::npos;
 }
 
 void stripBlankEnds(std::vector<PaddleOCR::Glyph>& glyphs) {
@@ -159,9 +174,9 @@ std::vector<PaddleOCR::Glyph> PaddleOCR::decode(std::span<const std::int64_t> in
     return glyphs;
 }
 
-std::vector<std::pair<int, int>> PaddleOCR::wordGaps(std::span<const std::uint8_t> luminance, int width, int height,
-                                                     int contentWidth) {
-    std::vector<std::pair<int, int>> gaps;
+std::vector<PaddleOCR::Gap> PaddleOCR::wordGaps(std::span<const std::uint8_t> luminance, int width, int height,
+                                                int contentWidth) {
+    std::vector<Gap> gaps;
     contentWidth = std::min(contentWidth, width);
     if (contentWidth < 3 || height < 3 || luminance.size() < static_cast<size_t>(width) * height) return gaps;
     auto at = [&](int x, int y) { return luminance[static_cast<size_t>(y) * width + x]; };
@@ -183,9 +198,9 @@ std::vector<std::pair<int, int>> PaddleOCR::wordGaps(std::span<const std::uint8_
         }
     }
     if (bottom < top) return gaps;
-    double minimum = std::max(3.0, 0.4 * (bottom - top + 1));
     int first = static_cast<int>(std::find(columnInk.begin(), columnInk.end(), true) - columnInk.begin());
     int last = contentWidth - 1 - static_cast<int>(std::find(columnInk.rbegin(), columnInk.rend(), true) - columnInk.rbegin());
+    std::vector<std::pair<int, int>> runs;
     for (int x = first; x <= last;) {
         if (columnInk[x]) {
             ++x;
@@ -193,23 +208,42 @@ std::vector<std::pair<int, int>> PaddleOCR::wordGaps(std::span<const std::uint8_
         }
         int start = x;
         while (x <= last && !columnInk[x]) ++x;
-        if (x - start >= minimum) gaps.push_back({start, x});
+        runs.push_back({start, x});
     }
+    if (runs.empty()) return gaps;
+
+    // In em, with the ink about one em high: a space leaves 0.4 em or more between proportional
+    // letters and 0.65 em between monospaced ones; within a word letters stand some 0.1 em apart,
+    // narrow monospaced ones (i, l) up to 0.3 em, and a monospaced full stop 0.35 em from its
+    // neighbours. So between letters a run is a word gap when it is over a quarter of the ink's
+    // height and well above the line's letter spacing; next to punctuation it must be wide.
+    std::vector<int> widths;
+    for (const auto& [start, end] : runs) widths.push_back(end - start);
+    // The lower third: lines of short words have about as many word gaps as letter gaps.
+    std::nth_element(widths.begin(), widths.begin() + widths.size() / 3, widths.end());
+    double letterSpacing = widths[widths.size() / 3];
+    double inkHeight = bottom - top + 1;
+    double wide = std::max(3.0, 0.4 * inkHeight);
+    double likely = std::max({3.0, 0.25 * inkHeight, 2.5 * letterSpacing});
+    for (const auto& [start, end] : runs)
+        if (end - start >= std::min(wide, likely)) gaps.push_back({start, end, end - start >= wide});
     return gaps;
 }
 
-std::vector<PaddleOCR::Glyph> PaddleOCR::withWordSpaces(const std::vector<Glyph>& glyphs,
-                                                        const std::vector<std::pair<int, int>>& gaps, int stepWidth) {
+std::vector<PaddleOCR::Glyph> PaddleOCR::withWordSpaces(const std::vector<Glyph>& glyphs, const std::vector<Gap>& gaps,
+                                                        int stepWidth) {
     std::vector<Glyph> result;
     for (size_t i = 0; i < glyphs.size(); ++i) {
         if (i > 0) {
             const Glyph& before = glyphs[i - 1];
             const Glyph& after = glyphs[i];
-            if (before.step >= 0 && after.step >= 0 && !isBlank(before.text) && !isBlank(after.text)) {
+            if (before.step >= 0 && after.step >= 0 && !isBlank(before.text) && !isBlank(after.text) &&
+                !closesOrOpens(after.text, ".,;:!?)]}") && !closesOrOpens(before.text, "([{")) {
+                bool letters = isLetterOrDigit(before.text) && isLetterOrDigit(after.text);
                 double from = (before.step + 0.5) * stepWidth, to = (after.step + 0.5) * stepWidth;
-                bool gapBetween = std::any_of(gaps.begin(), gaps.end(), [&](const auto& gap) {
-                    double middle = (gap.first + gap.second) / 2.0;
-                    return middle > from && middle < to;
+                bool gapBetween = std::any_of(gaps.begin(), gaps.end(), [&](const Gap& gap) {
+                    double middle = (gap.start + gap.end) / 2.0;
+                    return middle > from && middle < to && (gap.wide || letters);
                 });
                 if (gapBetween) result.push_back({" ", (before.confidence + after.confidence) / 2, -1});
             }

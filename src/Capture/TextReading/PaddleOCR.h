@@ -85,15 +85,26 @@ struct PaddleOCR {
     // Greedy CTC: class 0 is the blank, class i is characters[i - 1].
     static std::vector<Glyph> decode(std::span<const std::int64_t> indices, std::span<const float> scores,
                                      const std::vector<std::string>& characters);
+    // A run of inkless columns on a line canvas, [start, end). `wide` ones (two fifths of the ink's
+    // height or more) are spaces next to punctuation too; narrower ones only between letters and
+    // digits, where letters stand closer than a monospaced full stop stands to its neighbours.
+    struct Gap {
+        int start = 0;
+        int end = 0;
+        bool wide = false;
+        friend bool operator==(const Gap&, const Gap&) = default;
+    };
+
     // The recogniser often runs words together on screen text. Word gaps are found on the line
     // canvas itself (luminance, row-major, `width` wide; the crop fills the first `contentWidth`
-    // columns): runs of inkless columns between the ink, wider than about a quarter of the ink's
-    // height, as [start, end) column ranges.
-    static std::vector<std::pair<int, int>> wordGaps(std::span<const std::uint8_t> luminance, int width, int height,
-                                                     int contentWidth);
-    // A blank between two glyphs whose time steps lie on either side of a word gap.
-    static std::vector<Glyph> withWordSpaces(const std::vector<Glyph>& glyphs,
-                                             const std::vector<std::pair<int, int>>& gaps, int stepWidth = 8);
+    // columns): runs of inkless columns between the ink that are a quarter of the ink's height
+    // wide and clearly wider than the line's letter spacing, or `wide` ones.
+    static std::vector<Gap> wordGaps(std::span<const std::uint8_t> luminance, int width, int height,
+                                     int contentWidth);
+    // A blank between two glyphs whose time steps lie on either side of a word gap, never before
+    // closing punctuation or after an opening bracket.
+    static std::vector<Glyph> withWordSpaces(const std::vector<Glyph>& glyphs, const std::vector<Gap>& gaps,
+                                             int stepWidth = 8);
     static std::optional<Line> cleaned(const std::vector<Glyph>& glyphs);
     static std::vector<Item> withoutStrayMarks(const std::vector<Item>& items);
 
