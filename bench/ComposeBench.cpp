@@ -1,6 +1,8 @@
 // Frame composition at 1920 x 1080 on one thread (run under `taskset -c 0`): a full frame with every common layer, the
 // motion blur worst case, the statics per border style and the liquid glass band.
 
+#include "Media/MovieFrames.h"
+#include "Media/MovieWriter.h"
 #include "Render/CanvasLayout.h"
 #include "Render/CardBorder.h"
 #include "Render/FrameComposer.h"
@@ -14,6 +16,8 @@
 #include <QPainter>
 
 #include <ctime>
+#include <filesystem>
+#include <memory>
 
 using namespace halvane;
 
@@ -146,6 +150,70 @@ void BM_ComposeMultiSourceFrame(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(composer.composeOutputFrame(t));
 }
 BENCHMARK(BM_ComposeMultiSourceFrame)->Arg(41)->Arg(80)->Unit(benchmark::kMillisecond);
+
+// A 1080p screen movie of two seconds at 60 fps: text with a block moving over it, made once.
+std::filesystem::path screenMovie() {
+    static const std::filesystem::path path = [] {
+        auto file = std::filesystem::temp_directory_path() / "halvane-compose-bench-screen.mp4";
+        MovieWriterSettings settings;
+        settings.width = 1920;
+        settings.height = 1080;
+        settings.fps = 60;
+        settings.preset = "ultrafast";
+        MovieWriter writer(file, settings);
+        StillFrames still;
+        for (int i = 0; i < 120; ++i) {
+            QImage picture = still.frame(0)->copy();
+            QPainter(&picture).fillRect(200 + 12 * i, 300, 160, 90, QColor(40, 90, 200));
+            writer.appendVideoFrame(picture.constBits(), int(picture.bytesPerLine()), i / 60.0);
+        }
+        writer.finish();
+        return file;
+    }();
+    return path;
+}
+
+// The movie's frames shifted to a chosen moment of the take; passing on the composer's region of
+// interest or not.
+class ShiftedMovie : public FrameSource {
+public:
+    ShiftedMovie(double shift, bool regions) : movie_(screenMovie(), 0, 2), shift_(shift), regions_(regions) {}
+    const QImage* frame(double t) override { return movie_.frame(t - shift_); }
+    void setRegionOfInterest(const Rect& unit) override {
+        if (regions_) movie_.setRegionOfInterest(unit);
+    }
+
+private:
+    MovieFrames movie_;
+    double shift_;
+    bool regions_;
+};
+
+// Decoding, converting and composing one second of frames in turn, as the export does. Arguments:
+// the take's second (5: zoomed in, 1: whole source) and whether only the shown region is converted.
+void BM_DecodeAndCompose(benchmark::State& state) {
+    ensureGuiApplication();
+    const double start = double(state.range(0));
+    const bool regions = state.range(1) != 0;
+    auto source = std::make_unique<ShiftedMovie>(start, regions);
+    auto composer = std::make_unique<FrameComposer>(busyTake(false), std::vector<FrameSource*>{source.get()});
+    composer->composeOutputFrame(start);
+    int k = 1;
+    ProcessCpu cpu(state);
+    for (auto _ : state) {
+        if (k == 60) {
+            state.PauseTiming();
+            source = std::make_unique<ShiftedMovie>(start, regions);
+            composer = std::make_unique<FrameComposer>(busyTake(false), std::vector<FrameSource*>{source.get()});
+            composer->composeOutputFrame(start);
+            k = 1;
+            state.ResumeTiming();
+        }
+        benchmark::DoNotOptimize(composer->composeOutputFrame(start + k++ / 60.0));
+    }
+    state.SetLabel(regions ? "shown region converted" : "whole picture converted");
+}
+BENCHMARK(BM_DecodeAndCompose)->Args({5, 1})->Args({5, 0})->Args({1, 1})->Unit(benchmark::kMillisecond);
 
 void BM_BuildStatics(benchmark::State& state) {
     ensureGuiApplication();

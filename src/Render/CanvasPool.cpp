@@ -1,6 +1,7 @@
 #include "Render/CanvasPool.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 namespace halvane {
@@ -40,6 +41,9 @@ int CanvasPool::acquire(const QImage& plate, const QRect& rewritten) {
     for (size_t i = 0; i < slots_.size(); ++i) {
         Slot& slot = slots_[i];
         if (slot.busy || !slot.image.isDetached() || slot.image.size() != plate.size()) continue;
+        // The last holder may have let go on another thread (the export's encoder): its reads of
+        // the pixels come before the writes that follow.
+        std::atomic_thread_fence(std::memory_order_acquire);
         restoreOutside(slot.image, plate, slot.drawn, rewritten);
         slot.drawn.clear();
         slot.busy = true;
