@@ -50,7 +50,7 @@ namespace {
 
 // Inside `area`: picture = picture × coverage + plate × (1 − coverage), with the coverage the alpha
 // of `mask`, whose top-left corner lies at `maskOrigin`.
-void keepInsideMask(QImage& picture, const QImage& plate, const QImage& mask, QRect area, QPoint maskOrigin) {
+void blendTowardsPlate(QImage& picture, const QImage& plate, const QImage& mask, QRect area, QPoint maskOrigin) {
     area = area.intersected(picture.rect()).intersected(plate.rect()).intersected(QRect(maskOrigin, mask.size()));
     for (int y = area.top(); y <= area.bottom(); ++y) {
         auto* d = reinterpret_cast<uint32_t*>(picture.scanLine(y));
@@ -187,7 +187,7 @@ void FrameComposer::drawVideo(QImage& picture, const QImage& frame, const Rect& 
     // are blended back towards the plate through the video mask, instead of masking the whole video.
     if (statics_.videoMask.isNull()) return;
     for (const QRect& edge : statics_.videoEdges)
-        keepInsideMask(picture, statics_.plate, statics_.videoMask, edge, box.topLeft());
+        blendTowardsPlate(picture, statics_.plate, statics_.videoMask, edge, box.topLeft());
 }
 
 void FrameComposer::applyMasks(QImage& picture, double t, const Rect& visible, const Rect& target, const Rect& crop,

@@ -69,7 +69,7 @@ void findOpaqueRuns(std::vector<int>& from, std::vector<int>& to, const QImage& 
 
 // Destination-in with the placed mask: pixels multiplied by the mask's alpha where it lies,
 // skipping each row's wholly opaque run.
-void keepInsideMask(QImage& layer, const FrameComposer::PlacedArt& mask) {
+void cutToMask(QImage& layer, const FrameComposer::PlacedArt& mask) {
     const QRect target = QRect(mask.topLeft, mask.image.size()).intersected(layer.rect());
     for (int y = target.top(); y <= target.bottom(); ++y) {
         const int my = y - mask.topLeft.y();
@@ -196,7 +196,7 @@ QImage FrameComposer::composeMultiFrame(double t) {
                 placedArt(mask, card.mask, q);
                 findOpaqueRuns(mask.opaqueFrom, mask.opaqueTo, mask.image);
             }
-            keepInsideMask(cardLayer_, mask);
+            cutToMask(cardLayer_, mask);
         }
         if (border) {
             QPainter p(&cardLayer_);
