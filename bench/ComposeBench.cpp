@@ -109,6 +109,25 @@ void BM_ComposeFullFrame(benchmark::State& state) {
 }
 BENCHMARK(BM_ComposeFullFrame)->Arg(505)->Arg(100)->Unit(benchmark::kMillisecond);
 
+// The same frame with a 1280 x 720 camera in the bubble.
+void BM_ComposeWithWebcam(benchmark::State& state) {
+    ensureGuiApplication();
+    StillFrames frames;
+    class Camera : public FrameSource {
+    public:
+        Camera() : image_(1280, 720, QImage::Format_ARGB32_Premultiplied) { image_.fill(QColor(180, 140, 120)); }
+        const QImage* frame(double) override { return &image_; }
+
+    private:
+        QImage image_;
+    } camera;
+    FrameComposer composer(busyTake(false), {&frames}, &camera);
+    composer.composeOutputFrame(5.05);
+    ProcessCpu cpu(state);
+    for (auto _ : state) benchmark::DoNotOptimize(composer.composeOutputFrame(5.05));
+}
+BENCHMARK(BM_ComposeWithWebcam)->Unit(benchmark::kMillisecond);
+
 void BM_ComposeMotionBlurWorstCase(benchmark::State& state) {
     ensureGuiApplication();
     StillFrames frames;

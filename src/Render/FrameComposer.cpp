@@ -65,6 +65,21 @@ void blendTowardsPlate(QImage& picture, const QImage& plate, const QImage& mask,
     }
 }
 
+// picture = layer × coverage + picture × (1 − coverage) over the layer's area at `at`, with the
+// coverage the alpha of `mask` (the layer's size).
+void layThroughMask(QImage& picture, QPoint at, const QImage& layer, const QImage& mask) {
+    const QRect area = QRect(at, layer.size()).intersected(picture.rect());
+    for (int y = area.top(); y <= area.bottom(); ++y) {
+        auto* d = reinterpret_cast<uint32_t*>(picture.scanLine(y));
+        const auto* l = reinterpret_cast<const uint32_t*>(layer.constScanLine(y - at.y())) - at.x();
+        const auto* m = reinterpret_cast<const uint32_t*>(mask.constScanLine(y - at.y())) - at.x();
+        for (int x = area.left(); x <= area.right(); ++x) {
+            const uint32_t coverage = m[x] >> 24;
+            if (coverage != 0) d[x] = coverage == 255 ? l[x] : mixPixels(d[x], l[x], coverage + (coverage >> 7));
+        }
+    }
+}
+
 }  // namespace
 
 FrameComposer::FrameComposer(CompositionInput input, std::vector<FrameSource*> screens, FrameSource* camera,
@@ -316,16 +331,16 @@ void FrameComposer::drawWebcam(QImage& picture, double t) {
     const double ew = frame->width(), eh = frame->height();
     const double s = eh <= 1 ? r.height() : std::max(r.width() / std::max(ew, 1.0), r.height() / eh);
     QRectF target = toTopLeft(Rect{r.midX() - s * ew / 2, r.midY() - s * eh / 2, s * ew, s * eh}, height());
-    QPainter p(&picture);
     if (!webcam.shadow.isNull()) {
-        p.drawImage(webcam.shadowArea.topLeft(), webcam.shadow, webcam.shadowArea);
+        QPainter(&picture).drawImage(webcam.shadowArea.topLeft(), webcam.shadow, webcam.shadowArea);
         noteDrawn(webcam.shadowArea);
     }
-    noteDrawn(webcam.path.boundingRect());
-    p.setRenderHint(QPainter::Antialiasing, true);
-    p.setRenderHint(QPainter::SmoothPixmapTransform, true);
-    p.setClipPath(webcam.path);
-    p.drawImage(target, *frame);
+    const QRect box = webcam.bubbleBox;
+    if (box.isEmpty() || webcam.bubbleMask.isNull()) return;
+    if (cameraLayer_.size() != box.size()) cameraLayer_ = QImage(box.size(), QImage::Format_ARGB32_Premultiplied);
+    resampleInto(cameraLayer_, cameraLayer_.rect(), *frame, QRectF(frame->rect()), target.translated(-QPointF(box.topLeft())));
+    layThroughMask(picture, box.topLeft(), cameraLayer_, webcam.bubbleMask);
+    noteDrawn(box);
 }
 
 void FrameComposer::drawAnnotations(QImage& picture, double t) {

@@ -49,6 +49,8 @@ public:
         QPainterPath path;  // top-left canvas pixels
         QImage shadow;      // full canvas, shadow outside the bubble only
         QRect shadowArea;   // the part of `shadow` the blur can reach
+        QRect bubbleBox;    // whole pixels around the bubble, cut to the canvas
+        QImage bubbleMask;  // bubbleBox-sized coverage of the path (alpha)
     };
 
     struct SourceCardStatics {
@@ -187,6 +189,7 @@ private:
     };
     std::vector<CardArt> cardArt_;
     QImage cardLayer_, liftedLayer_;
+    QImage cameraLayer_;  // the camera frame scaled over the bubble's box
 };
 
 }  // namespace halvane

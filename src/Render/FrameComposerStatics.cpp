@@ -225,6 +225,15 @@ void FrameComposer::buildWebcam() {
         p.setCompositionMode(QPainter::CompositionMode_Clear);
         p.fillPath(webcam.path, Qt::black);
     }
+    webcam.bubbleBox = webcam.path.boundingRect().toAlignedRect().intersected(QRect(QPoint(0, 0), webcam.shadow.size()));
+    if (!webcam.bubbleBox.isEmpty()) {
+        webcam.bubbleMask = QImage(webcam.bubbleBox.size(), QImage::Format_ARGB32_Premultiplied);
+        webcam.bubbleMask.fill(Qt::transparent);
+        QPainter p(&webcam.bubbleMask);
+        p.setRenderHint(QPainter::Antialiasing, true);
+        p.translate(-webcam.bubbleBox.topLeft());
+        p.fillPath(webcam.path, Qt::white);
+    }
     statics_.webcam = std::move(webcam);
 }
 

@@ -425,3 +425,24 @@ TEST_F(FrameComposerTest, NothingOutsideTheAnnouncedRegionIsRead) {
     FrameComposer composer(input, {&partial});
     for (double t : {0.5, 1.1, 2.0, 4.2, 5.2, 6.5, 9.0}) EXPECT_EQ(composer.composeOutputFrame(t), expected.composeOutputFrame(t)) << t;
 }
+
+TEST_F(FrameComposerTest, CameraFillsItsRoundBubbleTheRightWayRound) {
+    input.settings.webcamShape = WebcamShape::circle;
+    FunctionFrames frames([](double) { return solidFrame(Qt::black); });
+    FunctionFrames camera([](double) { return splitFrame(); });  // green left half, red right
+    FrameComposer composer(input, {&frames}, &camera);
+    const QImage frame = composer.composeOutputFrame(2);
+    ASSERT_TRUE(composer.statics().webcam);
+    const Rect r = composer.statics().webcam->rect;
+    EXPECT_GT(pixel(frame, {r.midX() - r.width() * 0.25, r.midY()}).green(), 200);
+    EXPECT_LT(pixel(frame, {r.midX() - r.width() * 0.25, r.midY()}).red(), 50);
+    EXPECT_GT(pixel(frame, {r.midX() + r.width() * 0.25, r.midY()}).red(), 200);
+    // The corner of the bubble's square lies outside the circle: no camera there.
+    const QColor corner = pixel(frame, {r.minX() + 2, r.maxY() - 2});
+    EXPECT_LT(corner.green(), 150);
+    EXPECT_LT(corner.red(), 150);
+    // Without camera frames no bubble is drawn.
+    FunctionFrames none([](double) { return QImage(); });
+    FrameComposer without(input, {&frames}, &none);
+    EXPECT_NE(pixel(without.composeOutputFrame(2), {r.midX() - r.width() * 0.25, r.midY()}), QColor(Qt::green));
+}
