@@ -263,6 +263,11 @@ def convert_detector(path, out_path):
     std = np.array([0.229, 0.224, 0.225])
     normalise_input(graph, 1.0 / (255.0 * std), -mean / std, graph.input[0])
     rename_output(graph, graph.output[0].name, "probability")
+    # With the tile size declared, OpenCV knows the shapes when it loads the model and runs the
+    # channel attention's [1,C,H,W] x [1,C,1,1] products as per-channel scaling rather than as
+    # general broadcasting; smaller tiles still run.
+    graph.input[0].type.tensor_type.shape.dim[2].dim_value = 1024
+    graph.input[0].type.tensor_type.shape.dim[3].dim_value = 1024
     drop_unused(graph)
     speed_up(graph)
     onnx.save(model, out_path)

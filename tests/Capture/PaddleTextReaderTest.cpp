@@ -23,7 +23,7 @@ protected:
 void expectReads(PaddleTextReader& reader, const TextSample& sample, double limit) {
     std::string text = reader.read(sample.image);
     double rate = characterErrorRate(text, sample.expected);
-    EXPECT_LE(rate, limit) << sample.name << "\n--- read:\n" << text << "\n--- expected:\n" << sample.expected;
+    EXPECT_LE(rate, limit) << sample.name << " " << rate << "\n--- read:\n" << text << "\n--- expected:\n" << sample.expected;
 }
 
 void copyFolder(const std::filesystem::path& from, const std::filesystem::path& to) {
@@ -34,16 +34,25 @@ void copyFolder(const std::filesystem::path& from, const std::filesystem::path& 
 
 }  // namespace
 
+// The limits leave room for the full stops that the stray-mark rule takes off line ends, not for
+// lost or added word spaces (about 3% on 12 px prose).
 TEST_F(PaddleTextReaderTest, ReadsFormsCodeAndProseInBothThemes) {
-    expectReads(reader(), renderForm(560, 240, TextTheme::light, 16, 1), 0.02);
-    expectReads(reader(), renderCode(480, 160, TextTheme::dark, 13, 3), 0.03);
-    expectReads(reader(), renderParagraph(480, 120, TextTheme::light, 12, 4), 0.03);
+    expectReads(reader(), renderForm(560, 240, TextTheme::light, 16, 1), 0.01);
+    expectReads(reader(), renderCode(480, 160, TextTheme::dark, 13, 3), 0.01);
+    expectReads(reader(), renderParagraph(480, 120, TextTheme::light, 12, 4), 0.02);
 }
 
 TEST_F(PaddleTextReaderTest, ReadsLargeTextAndALabelTurnedAQuarter) {
-    expectReads(reader(), renderParagraph(700, 150, TextTheme::dark, 32, 5), 0.02);
+    expectReads(reader(), renderParagraph(700, 150, TextTheme::dark, 32, 5), 0.01);
     TextSample turned = renderTurnedLabel("Vertical label 42", TextTheme::light, 18);
     EXPECT_EQ(reader().read(turned.image), "Vertical label 42");
+}
+
+// The line reads run single-threaded nets; the detector of the next read needs OpenCV's pool back.
+TEST_F(PaddleTextReaderTest, LeavesOpenCVsThreadCountAsItFoundIt) {
+    int before = cv::getNumThreads();
+    reader().read(renderParagraph(480, 120, TextTheme::light, 16, 7).image);
+    EXPECT_EQ(cv::getNumThreads(), before);
 }
 
 TEST_F(PaddleTextReaderTest, FragmentsAreNormalisedWithTheOriginBottomLeft) {

@@ -42,6 +42,9 @@ public:
     explicit PaddleTextReader(Models models);
     ~PaddleTextReader();
 
+    // Runs both models once at their usual sizes, so that the first read pays no set-up.
+    void warmUp();
+
     // The text in reading order. Throws PaddleOCR::ReadError, or cv::Exception from a prediction.
     std::string read(const QImage& image, std::stop_token stop = {});
     std::vector<TextRecognizer::Fragment> readFragments(const QImage& image, std::stop_token stop = {});

@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 
 // The archive that scripts/build-text-models makes; resources/text-models holds the same record.
 const TextModelStore::Release TextModelStore::release{
-    "pp-ocrv4-mobile-v1", 14359405, "57eb194c75523dc338e69bd08de50f712cf16fd488a7e00d7f9f5f8b46d2fa8a"};
+    "pp-ocrv4-mobile-v1", 14359596, "143d0bd2b3cff7363e2525977dd77baa9821efbeae3c795d4e04d5120e239991"};
 
 namespace {
 

@@ -34,6 +34,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
+bool requestWaiting() {
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    return ::poll(&input, 1, 0) > 0;
+}
+
 Json toJson(const TextReadWorker::Request& r) {
     Json j = Json::object();
     j["name"] = r.name;
@@ -408,8 +413,11 @@ void TextReadWorker::runRequestedInvocationAndExit(const std::string& modelDirec
     std::string loadError;
     try {
         reader = PaddleTextReader::load(modelDirectory);
+        // A prepared worker waits for its request and sets the nets up meanwhile; a worker
+        // started for a read that already waits would only spend time on sizes it may not use.
+        if (!requestWaiting()) reader->warmUp();
     } catch (const std::exception& e) {
-        loadError = e.what();
+        if (!reader) loadError = e.what();
     }
     std::string line;
     if (!std::getline(std::cin, line) || line.empty()) std::_Exit(0);
