@@ -37,7 +37,14 @@ void restoreOutside(QImage& picture, const QImage& plate, const std::vector<QRec
     }
 }
 
+void CanvasPool::trim(uint64_t age) {
+    std::erase_if(slots_, [&](const Slot& slot) {
+        return !slot.busy && slot.image.isDetached() && uses_ - slot.lastUse > age;
+    });
+}
+
 int CanvasPool::acquire(const QImage& plate, const QRect& rewritten) {
+    ++uses_;
     for (size_t i = 0; i < slots_.size(); ++i) {
         Slot& slot = slots_[i];
         if (slot.busy || !slot.image.isDetached() || slot.image.size() != plate.size()) continue;
@@ -47,11 +54,12 @@ int CanvasPool::acquire(const QImage& plate, const QRect& rewritten) {
         restoreOutside(slot.image, plate, slot.drawn, rewritten);
         slot.drawn.clear();
         slot.busy = true;
+        slot.lastUse = uses_;
         return int(i);
     }
     // Every kept picture is still held elsewhere: a fresh copy. When the pool is full it takes the
     // place of a picture that is not being drawn on; that picture lives on with whoever holds it.
-    Slot fresh{plate.copy(), {}, true};
+    Slot fresh{plate.copy(), {}, true, uses_};
     if (slots_.size() >= limit_) {
         for (size_t i = 0; i < slots_.size(); ++i) {
             if (slots_[i].busy) continue;

@@ -4,6 +4,7 @@
 #include <QRect>
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace halvane {
@@ -25,14 +26,20 @@ public:
     QImage release(int slot, std::vector<QRect> drawn);
     // Drops every kept picture (the plate changed).
     void clear() { slots_.clear(); }
+    // Drops kept pictures that nobody holds and that were last handed out more than `age`
+    // acquisitions ago: motion blur needs many at once, and only for the frames of a camera move.
+    void trim(uint64_t age);
+    size_t size() const { return slots_.size(); }
 
 private:
     struct Slot {
         QImage image;
         std::vector<QRect> drawn;
         bool busy = false;
+        uint64_t lastUse = 0;
     };
     size_t limit_;
+    uint64_t uses_ = 0;
     std::vector<Slot> slots_;
 };
 

@@ -130,6 +130,8 @@ int FrameComposer::motionBlurSamples(double outputTime) const {
 
 QImage FrameComposer::composeOutputFrame(double outputTime) {
     buildStatics();
+    // Pictures unused for a couple of seconds of frames go back (motion blur wants seven at once).
+    canvases_.trim(uint64_t(std::max(input_.fps, 1.0) * 2));
     const int n = motionBlurSamples(outputTime);
     if (n <= 1) return composeFrame(sourceTime(outputTime));
     return composeBlurredFrame(outputTime, n);
