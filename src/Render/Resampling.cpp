@@ -32,6 +32,9 @@ Taps tapsFor(int begin, int count, double sourceOrigin, double step, double targ
         if (f == 256) ++i, f = 0;
         if (i < 0) i = 0, f = 0;
         if (i >= sourceSize - 1) i = sourceSize - 1, f = 0;
+        // The last pixel alone is taken as all of the pair that ends with it, so that the pair
+        // always lies inside the row.
+        if (i == sourceSize - 1 && sourceSize >= 2) i = sourceSize - 2, f = 256;
         taps.first[size_t(k)] = i;
         taps.second[size_t(k)] = std::min(i + 1, sourceSize - 1);
         taps.weight[size_t(k)] = f;
@@ -45,20 +48,15 @@ void repeatWeightsPerByte(Taps& taps) {
         for (size_t c = 0; c < 4; ++c) taps.byteWeight[4 * k + c] = uint16_t(taps.weight[k]);
 }
 
-// Each destination pixel's two source pixels, side by side in two rows for mixBytes.
-// Where the two are neighbours (all but clamped taps) one 64-bit load fetches both.
+// Each destination pixel's two source pixels, side by side in two rows for mixBytes: one 64-bit
+// load fetches both (the taps were made so that the second is always the next pixel).
 void gatherPairs(uint32_t* __restrict left, uint32_t* __restrict right, const uint32_t* __restrict pixels,
-                 const int* __restrict first, const int* __restrict second, int count) {
+                 const int* __restrict first, int count) {
     for (int k = 0; k < count; ++k) {
-        if (second[k] == first[k] + 1) {
-            uint64_t pair;
-            std::memcpy(&pair, pixels + first[k], 8);
-            left[k] = uint32_t(pair);
-            right[k] = uint32_t(pair >> 32);
-        } else {
-            left[k] = pixels[first[k]];
-            right[k] = pixels[second[k]];
-        }
+        uint64_t pair;
+        std::memcpy(&pair, pixels + first[k], 8);
+        left[k] = uint32_t(pair);
+        right[k] = uint32_t(pair >> 32);
     }
 }
 
@@ -156,8 +154,13 @@ void resampleInto(QImage& destination, const QRect& clip, const QImage& sourceIm
     auto row = [&](int sourceRow) {
         uint32_t* slot = rows.data() + size_t(sourceRow & 1) * size_t(width);
         if (rowIn[sourceRow & 1] != sourceRow) {
-            gatherPairs(left.data(), right.data(), reinterpret_cast<const uint32_t*>(source.constScanLine(sourceRow)),
-                        x.first.data(), x.second.data(), width);
+            const auto* pixels = reinterpret_cast<const uint32_t*>(source.constScanLine(sourceRow));
+            if (source.width() >= 2) {
+                gatherPairs(left.data(), right.data(), pixels, x.first.data(), width);
+            } else {
+                std::fill(left.begin(), left.end(), pixels[0]);
+                std::fill(right.begin(), right.end(), pixels[0]);
+            }
             mixBytes(reinterpret_cast<uint8_t*>(slot), reinterpret_cast<const uint8_t*>(left.data()),
                      reinterpret_cast<const uint8_t*>(right.data()), x.byteWeight.data(), width * 4);
             rowIn[sourceRow & 1] = sourceRow;
