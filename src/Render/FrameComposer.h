@@ -101,6 +101,9 @@ public:
     const Statics& statics() const { return statics_; }
 
     // The finished frame, canvas-sized, at an output time: the one entry of the export run.
+    // Pictures are reused once every copy of them is gone, so a frame may be held (or queued on
+    // another thread) for as long as needed; it never changes while held. Sources are told which
+    // part of their pictures each frame reads (FrameSource::setRegionOfInterest).
     QImage composeOutputFrame(double outputTime);
     // The frame at a source time (single source, or multi-source when there are cards).
     QImage composeFrame(double t);
