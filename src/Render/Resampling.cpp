@@ -25,7 +25,8 @@ Taps tapsFor(int begin, int count, double sourceOrigin, double step, double targ
     taps.weight.resize(size_t(count));
     for (int k = 0; k < count; ++k) {
         double u = sourceOrigin + (begin + k + 0.5 - targetOrigin) * step - 0.5;
-        u = std::clamp(u, -1.0, double(sourceSize));  // also tames NaN-free but absurd geometry
+        // Far outside the picture only its edge counts; degenerate geometry (NaN) reads the first pixel.
+        u = std::isfinite(u) ? std::clamp(u, -1.0, double(sourceSize)) : 0.0;
         const double whole = std::floor(u);
         int i = int(whole);
         uint32_t f = uint32_t(std::lround((u - whole) * 256));
