@@ -7,6 +7,7 @@
 
 #include <QPainter>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <cmath>
@@ -192,11 +193,16 @@ std::string PaddleTextReader::read(const QImage& image, std::stop_token stop) {
 }
 
 cv::dnn::Net& PaddleTextReader::detectorFor(PaddleOCR::Extent tile) {
-    if (detector_.empty() || !(detectorTile_ == tile)) {
-        detector_ = loadNet(models_.detectorBytes);
-        detectorTile_ = tile;
+    // The full 1024 x 1024 tile of any large image and the one size of a smaller one stay warm.
+    constexpr size_t kept = 3;
+    auto found = std::find_if(detectors_.begin(), detectors_.end(), [&](const auto& entry) { return entry.first == tile; });
+    if (found == detectors_.end()) {
+        if (detectors_.size() == kept) detectors_.pop_back();
+        detectors_.insert(detectors_.begin(), {tile, loadNet(models_.detectorBytes)});
+    } else {
+        std::rotate(detectors_.begin(), found, found + 1);
     }
-    return detector_;
+    return detectors_.front().second;
 }
 
 std::vector<std::uint16_t> PaddleTextReader::detect(const QImage& image, PaddleOCR::Extent size, std::stop_token stop) {

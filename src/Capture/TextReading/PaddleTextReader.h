@@ -62,8 +62,9 @@ private:
 
     Models models_;
     std::unique_ptr<RecognizerPool> recognizers_;
-    PaddleOCR::Extent detectorTile_;
-    cv::dnn::Net detector_;
+    // A detector net per tile size, most recently used first: a net set up for one size is set
+    // up again (buffers, fused layers) when it is given another.
+    std::vector<std::pair<PaddleOCR::Extent, cv::dnn::Net>> detectors_;
 };
 
 }  // namespace halvane
