@@ -28,16 +28,26 @@ void fillArea(QImage& image, const QRect& area, uint32_t premultiplied) {
 // Scales the pixels along the edges of the image by how much of each lies inside `inside` (image
 // pixels, fractional): a picture scaled onto a fractional rectangle covers its edge pixels partly.
 void fadeOutside(QImage& image, const QRectF& inside) {
-    auto coverage = [](int i, double from, double to) { return std::clamp(std::min(i + 1.0, to) - std::max(double(i), from), 0.0, 1.0); };
+    auto coverage = [](int i, double from, double to) {
+        return uint32_t(std::lround(256 * std::clamp(std::min(i + 1.0, to) - std::max(double(i), from), 0.0, 1.0)));
+    };
     std::vector<uint32_t> column(size_t(image.width()));
-    for (int x = 0; x < image.width(); ++x)
-        column[size_t(x)] = uint32_t(std::lround(256 * coverage(x, inside.left(), inside.right())));
+    std::vector<int> partColumns;  // the few columns not wholly inside
+    for (int x = 0; x < image.width(); ++x) {
+        column[size_t(x)] = coverage(x, inside.left(), inside.right());
+        if (column[size_t(x)] < 256) partColumns.push_back(x);
+    }
     for (int y = 0; y < image.height(); ++y) {
-        const uint32_t row = uint32_t(std::lround(256 * coverage(y, inside.top(), inside.bottom())));
+        const uint32_t row = coverage(y, inside.top(), inside.bottom());
         auto* pixels = reinterpret_cast<uint32_t*>(image.scanLine(y));
-        for (int x = 0; x < image.width(); ++x) {
+        auto fade = [&](int x) {
             const uint32_t f = (row * column[size_t(x)] + 128) >> 8;
             if (f < 256) pixels[x] = mixPixels(0, pixels[x], f);
+        };
+        if (row < 256) {
+            for (int x = 0; x < image.width(); ++x) fade(x);
+        } else {
+            for (int x : partColumns) fade(x);
         }
     }
 }
