@@ -101,8 +101,8 @@ QRect integralRect(const Rect& r, const QSize& bounds) {
 }
 
 // OpenCV's own pool for the time the line threads run: each line's net works single-threaded, so
-// that the line threads share the cores instead of each spreading over all of them (on two cores,
-// four lines of two OpenCV threads each ran 20% slower).
+// that the line threads share the cores instead of each spreading over all of them (on two busy
+// cores, four lines of two OpenCV threads each took 5-15% longer than two single-threaded ones).
 class SingleThreadedNets {
 public:
     SingleThreadedNets() : previous_(cv::getNumThreads()) { cv::setNumThreads(1); }
