@@ -18,7 +18,9 @@ class FrameSequence {
 public:
     // Throws HalvaneError: "no video track in recording" when the file has no video stream,
     // "cannot read video track: …" when it can't be opened or decoded.
-    // `outputSize` (whole pixels) scales every picture; empty keeps the stream's size.
+    // `outputSize` (whole pixels) scales every picture; empty keeps the stream's size. Scaling here
+    // is slow: swscale's scaling path took 7 ms for a 1080p 4:2:0 frame where the plain conversion
+    // took 0.9 ms, so the composition converts at the stream's size and scales with its own kernel.
     FrameSequence(const std::filesystem::path& movie, double startAt = 0,
                   double until = std::numeric_limits<double>::infinity(), Size outputSize = {});
     ~FrameSequence();
