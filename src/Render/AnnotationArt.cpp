@@ -30,7 +30,7 @@ void drawShadowedText(QImage& image, const AnnotationFont& font, const QRectF& b
         p.setPen(Qt::black);
         font.draw(p, box, centred, text);
     }
-    ShadowSpec shadow{QColor(0, 0, 0, int(std::lround(0.65 * 255))), f * 0.14, QPointF(0, f * 0.045)};
+    ShadowLook shadow{QColor(0, 0, 0, int(std::lround(0.65 * 255))), f * 0.14, QPointF(0, f * 0.045)};
     drawImageShadow(image, glyphs, QPointF(0, 0), shadow);
 }
 

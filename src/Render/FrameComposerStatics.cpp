@@ -217,7 +217,7 @@ void FrameComposer::buildWebcam() {
     webcam.shadow = canvasImage(input_.canvasSize, Qt::transparent);
     webcam.shadowArea = webcam.shadowArea.intersected(webcam.shadow.rect());
     if (!webcam.shadow.isNull()) {
-        ShadowSpec look{QColor(0, 0, 0, int(std::lround(0.4 * 255))), 0.1 * rect.width(),
+        ShadowLook look{QColor(0, 0, 0, int(std::lround(0.4 * 255))), 0.1 * rect.width(),
                         QPointF(0, 0.05 * rect.width())};
         drawPathShadow(webcam.shadow, webcam.path, look);
         QPainter p(&webcam.shadow);
@@ -276,7 +276,7 @@ void FrameComposer::buildMultiCards(const QImage* background) {
                                                    ref.height + 2 * bandWidth),
                                             radius + bandWidth);
             double alpha = s.shadow <= 0 ? 0.2 : 0.2 + 0.4 * std::min(s.shadow, 1.0);
-            ShadowSpec look{QColor(0, 0, 0, int(std::lround(alpha * 255))), 0.05 * ref.width,
+            ShadowLook look{QColor(0, 0, 0, int(std::lround(alpha * 255))), 0.05 * ref.width,
                             QPointF(0, 0.02 * ref.width)};
             drawPathShadow(card.shadow, path, look);
             QPainter p(&card.shadow);

@@ -75,7 +75,7 @@ void divideSums(uchar* out, const uint16_t* sum, uint32_t reciprocal, int count)
     for (int i = 0; i < count; ++i) out[i] = uchar((uint32_t(sum[i]) * reciprocal + 32768) >> 16);
 }
 
-void paintShadowFromMask(QImage& target, QImage mask, QPoint maskTopLeft, const ShadowSpec& style) {
+void paintShadowFromMask(QImage& target, QImage mask, QPoint maskTopLeft, const ShadowLook& style) {
     QImage tinted = tintedShadow(mask, sigmaForShadowBlur(style.blur), style.color);
     QPainter painter(&target);
     painter.drawImage(QPointF(maskTopLeft) + style.offset, tinted);
@@ -83,7 +83,7 @@ void paintShadowFromMask(QImage& target, QImage mask, QPoint maskTopLeft, const 
 
 // The area of the mask worth rendering: around the shape by the blur's reach, and no further
 // from the target than the blur can carry a shadow into it.
-QRect shadowMaskArea(const QImage& target, QRectF shapeBounds, const ShadowSpec& style) {
+QRect shadowMaskArea(const QImage& target, QRectF shapeBounds, const ShadowLook& style) {
     const int reach = static_cast<int>(std::ceil(3 * sigmaForShadowBlur(style.blur))) + 2;
     QRect aroundShape = shapeBounds.toAlignedRect().adjusted(-reach, -reach, reach, reach);
     QRectF targetAtSource = QRectF(target.rect()).translated(-style.offset);
@@ -206,7 +206,7 @@ QImage tintedShadow(const QImage& shapeAlpha, double sigma, const QColor& color)
     return out;
 }
 
-void drawPathShadow(QImage& target, const QPainterPath& path, const ShadowSpec& style, const QTransform& transform) {
+void drawPathShadow(QImage& target, const QPainterPath& path, const ShadowLook& style, const QTransform& transform) {
     if (target.isNull() || path.isEmpty() || style.color.alpha() == 0) return;
     const QPainterPath placed = transform.map(path);
     const QRect area = shadowMaskArea(target, placed.boundingRect(), style);
@@ -226,7 +226,7 @@ void drawPathShadow(QImage& target, const QPainterPath& path, const ShadowSpec& 
     paintShadowFromMask(target, std::move(mask), area.topLeft(), style);
 }
 
-void drawImageShadow(QImage& target, const QImage& shape, QPointF topLeft, const ShadowSpec& style) {
+void drawImageShadow(QImage& target, const QImage& shape, QPointF topLeft, const ShadowLook& style) {
     if (target.isNull() || shape.isNull() || style.color.alpha() == 0) return;
     const QRect area = shadowMaskArea(target, QRectF(topLeft, QSizeF(shape.size())), style);
     if (area.isEmpty()) return;

@@ -63,11 +63,11 @@ bool averageInto(QImage& out, const std::vector<QImage>& samples, const std::vec
 
 // A drop shadow as the shadow of a 2-D drawing library casts it: the shape's alpha, blurred, tinted
 // with `color` (its alpha included) and moved by `offset`.
-struct ShadowSpec {
+struct ShadowLook {
     QColor color = QColor(0, 0, 0, 255);
     double blur = 0;   // shadow blur length; sigma = blur / 2
     QPointF offset;    // in target pixels, top-left origin: positive y moves the shadow down
-    friend bool operator==(const ShadowSpec&, const ShadowSpec&) = default;
+    friend bool operator==(const ShadowLook&, const ShadowLook&) = default;
 };
 
 // The shadow of `shapeAlpha`'s alpha channel, same size: blurred with sigma, tinted. The caller
@@ -76,10 +76,10 @@ QImage tintedShadow(const QImage& shapeAlpha, double sigma, const QColor& color)
 
 // Paints onto `target` the shadow cast by `path` filled (winding rule) under `transform` in target
 // pixels, without painting the shape itself.
-void drawPathShadow(QImage& target, const QPainterPath& path, const ShadowSpec& shadow,
+void drawPathShadow(QImage& target, const QPainterPath& path, const ShadowLook& shadow,
                     const QTransform& transform = {});
 
 // Paints onto `target` the shadow cast by `shape` when drawn with its top-left corner at `topLeft`.
-void drawImageShadow(QImage& target, const QImage& shape, QPointF topLeft, const ShadowSpec& shadow);
+void drawImageShadow(QImage& target, const QImage& shape, QPointF topLeft, const ShadowLook& shadow);
 
 }  // namespace halvane

@@ -9,7 +9,7 @@
 namespace halvane {
 namespace {
 
-ShadowSpec layerShadow(const ShadowProfile::Layer& layer, double unit) {
+ShadowLook layerShadow(const ShadowProfile::Layer& layer, double unit) {
     // Offsets are told with y up: a negative one falls downward, positive y on the image.
     return {QColor::fromRgbF(0, 0, 0, float(layer.alpha)), layer.blurFraction * unit,
             QPointF(0, layer.offsetFraction * unit)};
