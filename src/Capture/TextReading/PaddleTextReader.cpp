@@ -13,6 +13,7 @@
 #include <cmath>
 #include <exception>
 #include <future>
+#include <functional>
 #include <thread>
 
 namespace halvane {
@@ -120,6 +121,33 @@ size_t lineThreads() {
     return std::min<size_t>(cores, PaddleTextReader::maximumConcurrentLines);
 }
 
+// Runs job(index, worker) for every index below `count` on `workers` threads, the calling one
+// among them, each net single-threaded: each thread takes the next index until none is left, a
+// stop is requested or a job fails. The first failure is rethrown once all threads are done.
+void forEachOnCores(size_t count, size_t workers, std::stop_token stop,
+                    const std::function<void(size_t index, size_t worker)>& job) {
+    std::atomic<size_t> next{0};
+    std::atomic<bool> failed{false};
+    std::exception_ptr firstError;
+    std::mutex errorMutex;
+    auto work = [&](size_t worker) {
+        try {
+            for (size_t i; !failed && !stop.stop_requested() && (i = next++) < count;) job(i, worker);
+        } catch (...) {
+            std::lock_guard lock(errorMutex);
+            if (!firstError) firstError = std::current_exception();
+            failed = true;
+        }
+    };
+    {
+        SingleThreadedNets guard;
+        std::vector<std::jthread> threads;
+        for (size_t t = 1; t < workers; ++t) threads.emplace_back(work, t);
+        if (workers > 0) work(0);
+    }
+    if (firstError) std::rethrow_exception(firstError);
+}
+
 }  // namespace
 
 // Recogniser nets for the concurrent line reads: a net is not safe to run from two threads, so
@@ -174,9 +202,10 @@ void PaddleTextReader::warmUp() {
     // OpenCV sets a net up (buffers, fused layers, packed weights) at its first forward pass; a
     // prepared worker does that while the user is still choosing what to read.
     const int tile = PaddleOCR::tileSize;
-    cv::dnn::Net& detector = detectorFor({tile, tile});
-    detector.setInput(blobFromBgra(canvas(tile, tile, Qt::white)), "image");
-    detector.forward("probability");
+    for (cv::dnn::Net& detector : detectorsFor({tile, tile}, lineThreads())) {
+        detector.setInput(blobFromBgra(canvas(tile, tile, Qt::white)), "image");
+        detector.forward("probability");
+    }
     std::vector<cv::dnn::Net> nets;
     for (size_t i = 0; i < lineThreads(); ++i) nets.push_back(recognizers_->take());
     QImage line = canvas(PaddleOCR::lineWidth(1, 1).canvas, PaddleOCR::lineHeight, QColor(128, 128, 128));
@@ -192,17 +221,19 @@ std::string PaddleTextReader::read(const QImage& image, std::stop_token stop) {
     return TextRecognizer::assemble(readFragments(image, stop));
 }
 
-cv::dnn::Net& PaddleTextReader::detectorFor(PaddleOCR::Extent tile) {
+std::vector<cv::dnn::Net> PaddleTextReader::detectorsFor(PaddleOCR::Extent tile, size_t count) {
     // The full 1024 x 1024 tile of any large image and the one size of a smaller one stay warm.
     constexpr size_t kept = 3;
     auto found = std::find_if(detectors_.begin(), detectors_.end(), [&](const auto& entry) { return entry.first == tile; });
     if (found == detectors_.end()) {
         if (detectors_.size() == kept) detectors_.pop_back();
-        detectors_.insert(detectors_.begin(), {tile, loadNet(models_.detectorBytes)});
+        detectors_.insert(detectors_.begin(), {tile, {}});
     } else {
         std::rotate(detectors_.begin(), found, found + 1);
     }
-    return detectors_.front().second;
+    auto& nets = detectors_.front().second;
+    while (nets.size() < count) nets.push_back(loadNet(models_.detectorBytes));
+    return {nets.begin(), nets.begin() + std::ptrdiff_t(count)};
 }
 
 std::vector<std::uint16_t> PaddleTextReader::detect(const QImage& image, PaddleOCR::Extent size, std::stop_token stop) {
@@ -219,28 +250,31 @@ std::vector<std::uint16_t> PaddleTextReader::detect(const QImage& image, PaddleO
         painter.setRenderHint(QPainter::SmoothPixmapTransform);
         painter.drawImage(QRectF(0, 0, size.width, size.height), image);
     }
-    for (size_t row = 0; row < ys.size(); ++row) {
-        for (size_t column = 0; column < xs.size(); ++column) {
-            if (stop.stop_requested()) throw std::runtime_error("cancelled");
-            QImage window = scaled.copy(xs[column], ys[row], tw, th);
-            cv::dnn::Net& detector = detectorFor({tw, th});
-            detector.setInput(blobFromBgra(window), "image");
-            cv::Mat probability = detector.forward("probability");
-            if (probability.dims != 4 || probability.size[2] != th || probability.size[3] != tw ||
-                (probability.depth() != CV_32F && probability.depth() != CV_16F))
-                throw ReadError(ReadError::Kind::invalidModel);
-            cv::Mat plane(th, tw, probability.depth(), probability.ptr(), probability.step[2]);
-            cv::Mat values;
-            plane.convertTo(values, CV_32F);
-            auto [x0, x1] = PaddleOCR::tileShare(xs, column, tw, size.width);
-            auto [y0, y1] = PaddleOCR::tileShare(ys, row, th, size.height);
-            for (int y = y0; y < y1; ++y) {
-                const float* source = values.ptr<float>(y);
-                std::uint16_t* target = &map[static_cast<size_t>(ys[row] + y) * size.width + xs[column]];
-                for (int x = x0; x < x1; ++x) target[x] = PaddleOCR::halfFromFloat(source[x]);
-            }
+    // Tiles are read at once, one per core, each by its own net: left to itself OpenCV kept the
+    // detector on one core (its CPU time equalled its wall time). Each tile writes its own share.
+    const size_t tiles = xs.size() * ys.size();
+    std::vector<cv::dnn::Net> nets = detectorsFor({tw, th}, std::min(lineThreads(), tiles));
+    forEachOnCores(tiles, nets.size(), stop, [&](size_t index, size_t worker) {
+        const size_t row = index / xs.size(), column = index % xs.size();
+        QImage window = scaled.copy(xs[column], ys[row], tw, th);
+        cv::dnn::Net& detector = nets[worker];
+        detector.setInput(blobFromBgra(window), "image");
+        cv::Mat probability = detector.forward("probability");
+        if (probability.dims != 4 || probability.size[2] != th || probability.size[3] != tw ||
+            (probability.depth() != CV_32F && probability.depth() != CV_16F))
+            throw ReadError(ReadError::Kind::invalidModel);
+        cv::Mat plane(th, tw, probability.depth(), probability.ptr(), probability.step[2]);
+        cv::Mat values;
+        plane.convertTo(values, CV_32F);
+        auto [x0, x1] = PaddleOCR::tileShare(xs, column, tw, size.width);
+        auto [y0, y1] = PaddleOCR::tileShare(ys, row, th, size.height);
+        for (int y = y0; y < y1; ++y) {
+            const float* source = values.ptr<float>(y);
+            std::uint16_t* target = &map[static_cast<size_t>(ys[row] + y) * size.width + xs[column]];
+            for (int x = x0; x < x1; ++x) target[x] = PaddleOCR::halfFromFloat(source[x]);
         }
-    }
+    });
+    if (stop.stop_requested()) throw std::runtime_error("cancelled");
     return map;
 }
 
@@ -253,32 +287,18 @@ std::vector<TextRecognizer::Fragment> PaddleTextReader::readFragments(const QIma
     std::vector<PaddleOCR::Box> boxes =
         PaddleOCR::boxes(map, size.width, size.height, size.width, Size{double(image.width()), double(image.height())});
 
-    // Up to four lines at once: each thread takes the next box until none is left or one fails.
+    // Up to four lines at once, each thread with a recogniser of its own.
     std::vector<std::optional<PaddleOCR::Line>> lines(boxes.size());
-    std::atomic<size_t> next{0};
-    std::atomic<bool> failed{false};
-    std::exception_ptr firstError;
-    std::mutex errorMutex;
-    auto work = [&] {
-        try {
-            cv::dnn::Net net = recognizers_->take();
-            for (size_t i; !failed && !stop.stop_requested() && (i = next++) < boxes.size();)
-                lines[i] = readLine(image, boxes[i], net);
-            recognizers_->put(std::move(net));
-        } catch (...) {
-            std::lock_guard lock(errorMutex);
-            if (!firstError) firstError = std::current_exception();
-            failed = true;
-        }
-    };
-    size_t threadCount = std::min<size_t>(lineThreads(), boxes.size());
-    {
-        SingleThreadedNets guard;
-        std::vector<std::jthread> threads;
-        for (size_t t = 1; t < threadCount; ++t) threads.emplace_back(work);
-        if (threadCount > 0) work();
+    std::vector<cv::dnn::Net> nets;
+    for (size_t t = std::min<size_t>(lineThreads(), boxes.size()); t > 0; --t) nets.push_back(recognizers_->take());
+    try {
+        forEachOnCores(boxes.size(), nets.size(), stop,
+                       [&](size_t index, size_t worker) { lines[index] = readLine(image, boxes[index], nets[worker]); });
+    } catch (...) {
+        for (auto& net : nets) recognizers_->put(std::move(net));
+        throw;
     }
-    if (firstError) std::rethrow_exception(firstError);
+    for (auto& net : nets) recognizers_->put(std::move(net));
     if (stop.stop_requested()) throw std::runtime_error("cancelled");
 
     std::vector<PaddleOCR::Item> items;

@@ -58,13 +58,14 @@ private:
     std::optional<PaddleOCR::Line> readLine(const QImage& image, const PaddleOCR::Box& box, cv::dnn::Net& recognizer);
     std::vector<PaddleOCR::Glyph> recognize(const QImage& crop, bool rotated, cv::dnn::Net& recognizer) const;
 
-    cv::dnn::Net& detectorFor(PaddleOCR::Extent tile);
+    // `count` detector nets for a tile size (handles to the kept ones), one per concurrent tile.
+    std::vector<cv::dnn::Net> detectorsFor(PaddleOCR::Extent tile, size_t count);
 
     Models models_;
     std::unique_ptr<RecognizerPool> recognizers_;
-    // A detector net per tile size, most recently used first: a net set up for one size is set
-    // up again (buffers, fused layers) when it is given another.
-    std::vector<std::pair<PaddleOCR::Extent, cv::dnn::Net>> detectors_;
+    // Detector nets per tile size, most recently used first: a net set up for one size is set up
+    // again (buffers, fused layers) when it is given another.
+    std::vector<std::pair<PaddleOCR::Extent, std::vector<cv::dnn::Net>>> detectors_;
 };
 
 }  // namespace halvane
