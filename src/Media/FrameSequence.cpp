@@ -219,7 +219,8 @@ struct FrameSequence::Impl {
     const QImage* imageAt(double t) {
         // A frame's time is its pts times the time base, and the caller's t is a frame number
         // over the rate: the two round differently, and without the allowance one frame in five
-        // of a constant-rate movie would be taken for the next one's successor and shown late.
+        // of a constant-rate movie would count as later than the time asked for, and the frame
+        // before it would be shown in its place.
         t += timeAllowance;
         if (pending && t < pendingTime) return convertCurrent();
         if (pending) {
