@@ -9,7 +9,7 @@
 #include "Media/FrameSequence.h"
 #include "Media/GifWriter.h"
 #include "Media/MovieWriter.h"
-#include "Media/PixelConversion.h"
+#include "Render/PixelConversion.h"
 
 #include "Render/GuiApplication.h"
 

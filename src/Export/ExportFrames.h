@@ -20,6 +20,8 @@ public:
     ExportFrames(const Project& project, const EditSettings& settings, Size canvasSize, double fps);
 
     QImage compose(double outputTime) { return composer_->composeOutputFrame(outputTime); }
+    // The same frame as a planar picture (Render/PlanarPicture.h), the movie encoder's form.
+    QImage composePlanar(double outputTime) { return composer_->composeOutputPlanar(outputTime); }
     FrameComposer& composer() { return *composer_; }
     const SpeedMap& speedMap() const { return composer_->speedMap(); }
     double outputDuration() const { return composer_->speedMap().outputDuration(); }

@@ -140,7 +140,7 @@ void Exporter::runMovie(const std::filesystem::path& destination, ExportFrames& 
         try {
             for (int64_t i = 0; i < total && !stop.load(); ++i) {
                 if (cancelled_.load()) throw ExportError::cancelled();
-                QImage frame = frames.compose((1.0 / options_.fps) * double(i));
+                QImage frame = frames.composePlanar((1.0 / options_.fps) * double(i));
                 if (frame.isNull()) throw ExportError::renderFailed();
                 if (!queue.push(std::move(frame), stop)) break;
             }
@@ -158,7 +158,7 @@ void Exporter::runMovie(const std::filesystem::path& destination, ExportFrames& 
             QImage frame = queue.pop();
             if (frame.isNull()) break;
             if (cancelled_.load()) throw ExportError::cancelled();
-            writer->appendVideoFrame(frame.constBits(), int(frame.bytesPerLine()), (1.0 / options_.fps) * double(i));
+            writer->appendPlanarFrame(frame, (1.0 / options_.fps) * double(i));
             if ((i + 1) % 12 == 0 && onProgress) onProgress(std::min((1.0 / options_.fps) * double(i) / end, 1.0));
         }
     } catch (...) {

@@ -216,13 +216,34 @@ struct FrameSequence::Impl {
 
     static constexpr double timeAllowance = 1e-6;
 
+    Yuv420View planarView;
+
+    const Yuv420View* planesAt(double t) {
+        advanceTo(t);
+        const AVFrame* frame = current.get();
+        if (!frame || frame->format != AV_PIX_FMT_YUV420P || isFullRange(frame) ||
+            matrixFor(frame->colorspace, frame->height) != SWS_CS_ITU709 || outWidth != frame->width ||
+            outHeight != frame->height)
+            return nullptr;
+        planarView = {{frame->data[0], frame->data[1], frame->data[2]},
+                      {frame->linesize[0], frame->linesize[1], frame->linesize[2]},
+                      frame->width,
+                      frame->height};
+        return &planarView;
+    }
+
     const QImage* imageAt(double t) {
+        advanceTo(t);
+        return convertCurrent();
+    }
+
+    void advanceTo(double t) {
         // A frame's time is its pts times the time base, and the caller's t is a frame number
         // over the rate: the two round differently, and without the allowance one frame in five
         // of a constant-rate movie would count as later than the time asked for, and the frame
         // before it would be shown in its place.
         t += timeAllowance;
-        if (pending && t < pendingTime) return convertCurrent();
+        if (pending && t < pendingTime) return;
         if (pending) {
             current = std::move(pending);
             currentTime = pendingTime;
@@ -239,7 +260,6 @@ struct FrameSequence::Impl {
             currentTime = time;
             ++currentSerial;
         }
-        return convertCurrent();
     }
 };
 
@@ -278,6 +298,8 @@ FrameSequence::FrameSequence(const std::filesystem::path& movie, double startAt,
 FrameSequence::~FrameSequence() = default;
 
 const QImage* FrameSequence::image(double t) { return impl_->imageAt(t); }
+
+const Yuv420View* FrameSequence::planes(double t) { return impl_->planesAt(t); }
 
 void FrameSequence::setRegion(const Rect& unit) {
     const Rect whole{0, 0, 1, 1};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Render/PlanarPicture.h"
 #include "Support/Geometry.h"
 
 #include <QImage>
@@ -31,6 +32,11 @@ public:
     // Calls come with rising t; a lower t gets the current frame. The image stays valid until the
     // next call.
     const QImage* image(double t);
+
+    // The same frame, not converted: its planes when the stream is 8-bit 4:2:0 in BT.709 limited
+    // range (tagged so, or untagged at 720 rows or more) at the stream's size; otherwise null, and
+    // image(t) gives the picture. Valid until the next call.
+    const Yuv420View* planes(double t);
 
     // Only this part of the pictures (unit rectangle, origin top left) needs to be right from now
     // on: when pictures keep the stream's size, only those pixels (rounded out to whole 16-pixel

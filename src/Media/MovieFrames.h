@@ -14,6 +14,7 @@ public:
 
     const QImage* frame(double t) override { return sequence_.image(t); }
     void setRegionOfInterest(const Rect& unit) override { sequence_.setRegion(unit); }
+    const Yuv420View* planarFrame(double t) override { return sequence_.planes(t); }
     FrameSequence& sequence() { return sequence_; }
 
 private:

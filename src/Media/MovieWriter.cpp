@@ -1,7 +1,8 @@
 #include "Media/MovieWriter.h"
 
 #include "Media/FFmpegSupport.h"
-#include "Media/PixelConversion.h"
+#include "Render/PixelConversion.h"
+#include "Render/PlanarPicture.h"
 #include "Support/HalvaneError.h"
 
 extern "C" {
@@ -243,6 +244,39 @@ struct MovieWriter::Impl {
         ++framesWritten;
     }
 
+    // A planar picture handed to the encoder without copying: the frame holds a reference to the
+    // picture until the encoder lets go of it (x264 copies it into its own frames at once).
+    void appendVideo(const QImage& planar, double time) {
+        const Yuv420View view = planarView(planar);
+        if (view.width < width || view.height < height)
+            throw HalvaneError("writer failed: frame smaller than the movie");
+        std::lock_guard lock(videoMutex);
+        if (closed) throw HalvaneError("writer failed: already finished");
+        int64_t pts = std::llround(time * videoTimeBase.den);
+        if (lastVideoPts != AV_NOPTS_VALUE && pts <= lastVideoPts) return;
+        Frame frame = makeFrame();
+        frame->format = AV_PIX_FMT_YUV420P;
+        frame->width = width;
+        frame->height = height;
+        auto* holder = new QImage(planar);
+        frame->buf[0] = av_buffer_create(
+            const_cast<uint8_t*>(holder->constBits()), size_t(holder->sizeInBytes()),
+            [](void* opaque, uint8_t*) { delete static_cast<QImage*>(opaque); }, holder,
+            AV_BUFFER_FLAG_READONLY);
+        if (!frame->buf[0]) {
+            delete holder;
+            throw HalvaneError("out of memory");
+        }
+        for (size_t c = 0; c < 3; ++c) {
+            frame->data[c] = const_cast<uint8_t*>(view.planes[c]);
+            frame->linesize[c] = view.strides[c];
+        }
+        frame->pts = pts;
+        lastVideoPts = pts;
+        encode(videoEncoder.get(), videoStream, frame.get(), videoPacket.get());
+        ++framesWritten;
+    }
+
     void appendAudio(int index, const float* samples, int frames, double time) {
         if (index < 0 || index >= static_cast<int>(audio.size()))
             throw HalvaneError("writer failed: no audio track " + std::to_string(index));
@@ -374,6 +408,8 @@ MovieWriter::~MovieWriter() {
 void MovieWriter::appendVideoFrame(const uint8_t* pixels, int bytesPerRow, double time) {
     impl_->appendVideo(pixels, bytesPerRow, time);
 }
+
+void MovieWriter::appendPlanarFrame(const QImage& planar, double time) { impl_->appendVideo(planar, time); }
 
 void MovieWriter::appendAudio(int track, const float* interleaved, int frames, double time) {
     impl_->appendAudio(track, interleaved, frames, time);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QImage>
+
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -58,6 +60,10 @@ public:
     // `pixels` holds height rows of width BGRA pixels (premultiplied; alpha is ignored), each
     // `bytesPerRow` apart.
     void appendVideoFrame(const uint8_t* pixels, int bytesPerRow, double time);
+    // A frame already in the encoder's form: a planar picture (Render/PlanarPicture.h, 8-bit
+    // 4:2:0 BT.709 limited range) at least the movie's size; a larger one loses its right and
+    // bottom parts. The picture is shared, not copied, until the encoder has taken it in.
+    void appendPlanarFrame(const QImage& planar, double time);
 
     // `frames` frames of interleaved samples for track `track`, the first at `time`.
     void appendAudio(int track, const float* interleaved, int frames, double time);

@@ -10,30 +10,51 @@ namespace {
 
 void copyRow(QImage& picture, const QImage& plate, int y, int left, int right) {
     if (right < left) return;
-    std::memcpy(picture.scanLine(y) + left * 4, plate.constScanLine(y) + left * 4, size_t(right - left + 1) * 4);
+    const int bytes = picture.depth() / 8;
+    std::memcpy(picture.scanLine(y) + left * bytes, plate.constScanLine(y) + left * bytes,
+                size_t(right - left + 1) * size_t(bytes));
 }
 
 }  // namespace
 
 void restoreOutside(QImage& picture, const QImage& plate, const std::vector<QRect>& areas, const QRect& keep) {
+    restoreOutside(picture, plate, areas, std::vector<QRect>{keep});
+}
+
+void restoreOutside(QImage& picture, const QImage& plate, const std::vector<QRect>& areas,
+                    const std::vector<QRect>& keep) {
     const QRect bounds = picture.rect().intersected(plate.rect());
-    std::vector<int> from(size_t(bounds.height()), bounds.width()), to(size_t(bounds.height()), -1);
+    std::vector<QRect> clipped;
+    int top = bounds.bottom() + 1, bottom = bounds.top() - 1;
     for (const QRect& area : areas) {
         const QRect r = area.intersected(bounds);
-        for (int y = r.top(); y <= r.bottom(); ++y) {
-            from[size_t(y)] = std::min(from[size_t(y)], r.left());
-            to[size_t(y)] = std::max(to[size_t(y)], r.right());
-        }
+        if (r.isEmpty()) continue;
+        clipped.push_back(r);
+        top = std::min(top, r.top());
+        bottom = std::max(bottom, r.bottom());
     }
-    for (int y = 0; y < bounds.height(); ++y) {
-        const int left = from[size_t(y)], right = to[size_t(y)];
-        if (right < left) continue;
-        if (y < keep.top() || y > keep.bottom() || right < keep.left() || left > keep.right()) {
+    std::vector<std::pair<int, int>> runs, kept;
+    for (int y = top; y <= bottom; ++y) {
+        runs.clear();
+        for (const QRect& r : clipped)
+            if (r.top() <= y && y <= r.bottom()) runs.emplace_back(r.left(), r.right());
+        if (runs.empty()) continue;
+        kept.clear();
+        for (const QRect& k : keep)
+            if (!k.isEmpty() && k.top() <= y && y <= k.bottom()) kept.emplace_back(k.left(), k.right());
+        std::sort(runs.begin(), runs.end());
+        std::sort(kept.begin(), kept.end());
+        // Overlapping runs are copied once, and the kept parts are left out of each.
+        for (size_t i = 0; i < runs.size();) {
+            int left = runs[i].first, right = runs[i].second;
+            for (++i; i < runs.size() && runs[i].first <= right + 1; ++i) right = std::max(right, runs[i].second);
+            for (const auto& [from, to] : kept) {
+                if (to < left || from > right) continue;
+                copyRow(picture, plate, y, left, from - 1);
+                left = to + 1;
+            }
             copyRow(picture, plate, y, left, right);
-            continue;
         }
-        copyRow(picture, plate, y, left, keep.left() - 1);
-        copyRow(picture, plate, y, keep.right() + 1, right);
     }
 }
 
@@ -44,6 +65,10 @@ void CanvasPool::trim(uint64_t age) {
 }
 
 int CanvasPool::acquire(const QImage& plate, const QRect& rewritten) {
+    return acquire(plate, std::vector<QRect>{rewritten});
+}
+
+int CanvasPool::acquire(const QImage& plate, const std::vector<QRect>& rewritten) {
     ++uses_;
     for (size_t i = 0; i < slots_.size(); ++i) {
         Slot& slot = slots_[i];

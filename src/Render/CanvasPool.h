@@ -18,9 +18,10 @@ class CanvasPool {
 public:
     explicit CanvasPool(size_t limit = 8) : limit_(limit) {}
 
-    // A picture equal to `plate` everywhere outside `rewritten`, which the caller overwrites in
-    // full. Draw on it through `picture(slot)` and finish with `release`.
+    // A picture equal to `plate` everywhere outside `rewritten` (one area or several), which the
+    // caller overwrites in full. Draw on it through `picture(slot)` and finish with `release`.
     int acquire(const QImage& plate, const QRect& rewritten);
+    int acquire(const QImage& plate, const std::vector<QRect>& rewritten);
     QImage& picture(int slot) { return slots_[size_t(slot)].image; }
     // Hands the picture out. `drawn` lists the areas outside `rewritten` that now differ from the plate.
     QImage release(int slot, std::vector<QRect> drawn);
@@ -43,8 +44,10 @@ private:
     std::vector<Slot> slots_;
 };
 
-// Copies `plate` into `picture` over `areas`, leaving out the part inside `keep`. Overlapping
-// areas are copied once: each row copies from the leftmost to the rightmost area crossing it.
+// Copies `plate` into `picture` (same format, whole bytes per pixel) over `areas`, leaving out the
+// parts inside `keep`. Overlapping areas are copied once.
 void restoreOutside(QImage& picture, const QImage& plate, const std::vector<QRect>& areas, const QRect& keep);
+void restoreOutside(QImage& picture, const QImage& plate, const std::vector<QRect>& areas,
+                    const std::vector<QRect>& keep);
 
 }  // namespace halvane

@@ -27,10 +27,14 @@ constexpr RippleLook rippleLook{12, 34, 0.55, 1.6};
 
 bool insideUnit(Point u) { return u.x >= -0.02 && u.x <= 1.02 && u.y >= -0.02 && u.y <= 1.02; }
 
+// Where `image` scaled by s lands with its lower-left corner at a canvas point (bottom-left).
+QRectF scaledTarget(const QImage& image, double s, Point corner, double canvasHeight) {
+    return QRectF(corner.x, canvasHeight - (corner.y + image.height() * s), image.width() * s, image.height() * s);
+}
+
 // Draws `image` scaled by s with its lower-left corner at canvas point (x, y) (bottom-left).
 void drawScaled(QPainter& p, const QImage& image, double s, double x, double y, double canvasHeight) {
-    QRectF target(x, canvasHeight - (y + image.height() * s), image.width() * s, image.height() * s);
-    p.drawImage(target, image);
+    p.drawImage(scaledTarget(image, s, Point{x, y}, canvasHeight), image);
 }
 
 }  // namespace
@@ -47,23 +51,6 @@ Rect FrameComposer::readRegion(const Rect& window, const Rect& target, Size sour
 }
 
 namespace {
-
-// Inside `area`: picture = picture × coverage + plate × (1 − coverage), with the coverage the alpha
-// of `mask`, whose top-left corner lies at `maskOrigin`.
-void blendTowardsPlate(QImage& picture, const QImage& plate, const QImage& mask, QRect area, QPoint maskOrigin) {
-    area = area.intersected(picture.rect()).intersected(plate.rect()).intersected(QRect(maskOrigin, mask.size()));
-    for (int y = area.top(); y <= area.bottom(); ++y) {
-        auto* d = reinterpret_cast<uint32_t*>(picture.scanLine(y));
-        const auto* p = reinterpret_cast<const uint32_t*>(plate.constScanLine(y));
-        const auto* m = reinterpret_cast<const uint32_t*>(mask.constScanLine(y - maskOrigin.y())) - maskOrigin.x();
-        for (int x = area.left(); x <= area.right(); ++x) {
-            // Most of a band is wholly inside or wholly outside the rounded rectangle.
-            const uint32_t coverage = m[x] >> 24;
-            if (coverage == 255) continue;
-            d[x] = coverage == 0 ? p[x] : mixPixels(p[x], d[x], coverage + (coverage >> 7));
-        }
-    }
-}
 
 // picture = layer × coverage + picture × (1 − coverage) over the layer's area at `at`, with the
 // coverage the alpha of `mask` (the layer's size).
@@ -160,25 +147,46 @@ QImage FrameComposer::composeFrame(double t) {
     return multiSource_ ? composeMultiFrame(t) : composeSingleFrame(t).image;
 }
 
-void FrameComposer::noteDrawn(const QRectF& area) { drawn_.push_back(area.toAlignedRect().adjusted(-1, -1, 1, 1)); }
+void FrameComposer::willDraw(const QRectF& area) { willDraw(area.toAlignedRect().adjusted(-1, -1, 1, 1)); }
+
+void FrameComposer::willDraw(const QRect& area) {
+    if (area.isEmpty()) return;
+    drawn_.push_back(area);
+    if (planar_) bringIntoWork(area);
+}
+
+FrameComposer::ScreenView FrameComposer::screenView(double t) {
+    ScreenView view;
+    view.visible = ZoomTimeline::visibleRect(speedMap_.outputTime(t), model_.effectiveZooms());
+    view.window = Rect{crop_.minX() + view.visible.minX() * crop_.width(),
+                       crop_.minY() + view.visible.minY() * crop_.height(), view.visible.width() * crop_.width(),
+                       view.visible.height() * crop_.height()};
+    view.screen = screens_.empty() ? nullptr : screens_[0];
+    if (view.screen)
+        view.screen->setRegionOfInterest(readRegion(view.window, statics_.videoRect,
+                                                    {double(input_.meta.pixelWidth), double(input_.meta.pixelHeight)}));
+    return view;
+}
 
 FrameComposer::Composed FrameComposer::composeSingleFrame(double t) {
-    const EditSettings& s = input_.settings;
-    const Rect visible = ZoomTimeline::visibleRect(speedMap_.outputTime(t), model_.effectiveZooms());
-    const Rect window{crop_.minX() + visible.minX() * crop_.width(), crop_.minY() + visible.minY() * crop_.height(),
-                      visible.width() * crop_.width(), visible.height() * crop_.height()};
-    FrameSource* screen = screens_.empty() ? nullptr : screens_[0];
-    if (screen)
-        screen->setRegionOfInterest(
-            readRegion(window, statics_.videoRect, {double(input_.meta.pixelWidth), double(input_.meta.pixelHeight)}));
-    const QImage* frame = screen ? screen->frame(t) : nullptr;
+    const ScreenView view = screenView(t);
+    const QImage* frame = view.screen ? view.screen->frame(t) : nullptr;
     if (!frame || frame->isNull()) return {statics_.plate, {}};
     drawn_.clear();
     const int slot = canvases_.acquire(statics_.plate, statics_.videoPixels);
     QImage& picture = canvases_.picture(slot);
-    drawVideo(picture, *frame, window);
-    applyMasks(picture, t, visible, statics_.videoRect, crop_, std::nullopt);
+    drawVideo(picture, *frame, view.window);
+    drawOverVideo(picture, t, view.visible);
+    Composed composed{QImage(), drawn_};
+    composed.image = canvases_.release(slot, std::move(drawn_));
+    drawn_.clear();
+    return composed;
+}
 
+// Everything after the video: masks, pointer and the canvas overlays.
+void FrameComposer::drawOverVideo(QImage& picture, double t, const Rect& visible) {
+    const EditSettings& s = input_.settings;
+    applyMasks(picture, t, visible, statics_.videoRect, crop_, std::nullopt);
     const RenderState state = model_.state(t, s);
     const double pointsToCanvas = statics_.videoRect.width() / std::max(input_.meta.pointWidth * crop_.width(), 1.0);
     if (s.showCursor) {
@@ -187,10 +195,6 @@ FrameComposer::Composed FrameComposer::composeSingleFrame(double t) {
         if (state.cursor) drawPointer(picture, *state.cursor, state, visible, statics_.videoRect, pointsToCanvas);
     }
     composeCanvasOverlays(picture, t, state);
-    Composed composed{QImage(), drawn_};
-    composed.image = canvases_.release(slot, std::move(drawn_));
-    drawn_.clear();
-    return composed;
 }
 
 void FrameComposer::drawVideo(QImage& picture, const QImage& frame, const Rect& window) {
@@ -221,6 +225,9 @@ void FrameComposer::applyMasks(QImage& picture, double t, const Rect& visible, c
         QRect region = toTopLeftPixels(onCanvas, int(height())).intersected(picture.rect());
         if (region.isEmpty()) continue;
         if (mask.style == MaskStyle::pixelate) {
+            // Cells crossing the region's edge take their mean over pixels outside it too.
+            const int cell = int(std::ceil(std::max(k * 0.02, 6.0)));
+            willDraw(region.adjusted(-cell, -cell, cell, cell));
             // Cells start at the rectangle's lower-left corner.
             pixellate(picture, std::max(k * 0.02, 6.0), toTopLeft(Point{onCanvas.minX(), onCanvas.minY()}, height()),
                       region);
@@ -230,6 +237,7 @@ void FrameComposer::applyMasks(QImage& picture, double t, const Rect& visible, c
             // A card of several sources is blurred as its own picture, clamped at its own edges.
             const QRect bounds = source ? toTopLeft(target, height()).toAlignedRect() : picture.rect();
             QRect around = region.adjusted(-margin, -margin, margin, margin).intersected(bounds);
+            willDraw(around);
             QImage patch = picture.copy(around);
             gaussianBlur(patch, sigma);
             QPainter p(&picture);
@@ -245,18 +253,29 @@ void FrameComposer::drawRipples(QImage& picture, const RenderState& state, const
     const QImage& art = *statics_.clickEffect;
     const RippleLook look = input_.settings.clickEffect == ClickEffect::circle ? circleLook : rippleLook;
     const double zoom = 1 / std::max(visible.width(), source ? 0.01 : 0.0);
-    QPainter p(&picture);
-    p.setRenderHint(QPainter::SmoothPixmapTransform, true);
-    p.setClipRect(toTopLeft(target, height()));
+    const QRectF clip = toTopLeft(target, height());
+    struct Placed {
+        double scale, alpha;
+        Point corner;
+    };
+    std::vector<Placed> placed;
     for (const auto& ripple : state.ripples) {
         if (source && ripple.source != source) continue;
         const double q = 1 - ripple.progress;
         const double radius = look.base + look.growth * (1 - q * q * q);
-        const double alpha = look.peak * std::pow(q, look.exponent);
         const double s = 2 * radius * pointsToCanvas * zoom / 200;
         Point c = project(ripple.center, visible, target);
-        p.setOpacity(alpha);
-        drawScaled(p, art, s, c.x - art.width() / 2.0 * s, c.y - art.height() / 2.0 * s, height());
+        placed.push_back({s, look.peak * std::pow(q, look.exponent),
+                          Point{c.x - art.width() / 2.0 * s, c.y - art.height() / 2.0 * s}});
+        willDraw(scaledTarget(art, s, placed.back().corner, height()).intersected(clip));
+    }
+    if (placed.empty()) return;
+    QPainter p(&picture);
+    p.setRenderHint(QPainter::SmoothPixmapTransform, true);
+    p.setClipRect(clip);
+    for (const Placed& ripple : placed) {
+        p.setOpacity(ripple.alpha);
+        drawScaled(p, art, ripple.scale, ripple.corner.x, ripple.corner.y, height());
     }
 }
 
@@ -283,6 +302,7 @@ void FrameComposer::drawSpotlight(QImage& picture, double t, const Rect& visible
         p.setRenderHint(QPainter::SmoothPixmapTransform, true);
         drawScaled(p, disc, s, c.x - disc.width() / 2.0 * s, c.y - disc.height() / 2.0 * s, height());
     }
+    willDraw(box);
     QPainter p(&picture);
     p.drawImage(box.topLeft(), dim);
 }
@@ -301,22 +321,23 @@ void FrameComposer::drawPointer(QImage& picture, Point unit, const RenderState& 
     const double w = cursor.image.width(), h = cursor.image.height();
     const double scale = s.cursorScale * pointsToCanvas * (1 - press) * zoom * cursor.pointSize.width / w;
     Point c = project(unit, visible, target);
+    const Point corner{c.x - cursor.hotspotUnit.x * w * scale, c.y - (1 - cursor.hotspotUnit.y) * h * scale};
+    const QRectF clip = toTopLeft(target, height());
+    willDraw(scaledTarget(cursor.image, scale, corner, height()).intersected(clip));
     QPainter p(&picture);
     p.setRenderHint(QPainter::SmoothPixmapTransform, true);
-    p.setClipRect(toTopLeft(target, height()));
+    p.setClipRect(clip);
     p.setOpacity(alpha >= 0.999 ? 1 : alpha);
-    drawScaled(p, cursor.image, scale, c.x - cursor.hotspotUnit.x * w * scale,
-               c.y - (1 - cursor.hotspotUnit.y) * h * scale, height());
+    drawScaled(p, cursor.image, scale, corner.x, corner.y, height());
 }
 
 void FrameComposer::composeCanvasOverlays(QImage& picture, double t, const RenderState& state) {
-    if (!statics_.borderImage.isNull()) {
+    if (!statics_.borderImage.isNull() && !statics_.frameBorderTiles.empty()) {
+        for (const QRect& tile : statics_.frameBorderTiles)
+            willDraw(QRectF(statics_.borderTopLeft + QPointF(tile.topLeft()), QSizeF(tile.size())));
         QPainter p(&picture);
-        for (const QRect& tile : statics_.borderTiles) {
-            const QPointF at = statics_.borderTopLeft + QPointF(tile.topLeft());
-            p.drawImage(at, statics_.borderImage, tile);
-            noteDrawn(QRectF(at, QSizeF(tile.size())));
-        }
+        for (const QRect& tile : statics_.frameBorderTiles)
+            p.drawImage(statics_.borderTopLeft + QPointF(tile.topLeft()), statics_.borderImage, tile);
     }
     drawWebcam(picture, t);
     drawAnnotations(picture, t);
@@ -334,15 +355,15 @@ void FrameComposer::drawWebcam(QImage& picture, double t) {
     const double s = eh <= 1 ? r.height() : std::max(r.width() / std::max(ew, 1.0), r.height() / eh);
     QRectF target = toTopLeft(Rect{r.midX() - s * ew / 2, r.midY() - s * eh / 2, s * ew, s * eh}, height());
     if (!webcam.shadow.isNull()) {
+        willDraw(webcam.shadowArea);
         QPainter(&picture).drawImage(webcam.shadowArea.topLeft(), webcam.shadow, webcam.shadowArea);
-        noteDrawn(webcam.shadowArea);
     }
     const QRect box = webcam.bubbleBox;
     if (box.isEmpty() || webcam.bubbleMask.isNull()) return;
     if (cameraLayer_.size() != box.size()) cameraLayer_ = QImage(box.size(), QImage::Format_ARGB32_Premultiplied);
     resampleInto(cameraLayer_, cameraLayer_.rect(), *frame, QRectF(frame->rect()), target.translated(-QPointF(box.topLeft())));
+    willDraw(box);
     layThroughMask(picture, box.topLeft(), cameraLayer_, webcam.bubbleMask);
-    noteDrawn(box);
 }
 
 void FrameComposer::drawAnnotations(QImage& picture, double t) {
@@ -352,8 +373,12 @@ void FrameComposer::drawAnnotations(QImage& picture, double t) {
     annotationBitmaps_.prepare(live, input_.canvasSize, 1);
     if (live.empty()) return;
     const double W = input_.canvasSize.width, H = height();
-    QPainter p(&picture);
-    p.setRenderHint(QPainter::SmoothPixmapTransform, true);
+    struct Placed {
+        QRectF target;
+        QImage image;
+        double alpha;
+    };
+    std::vector<Placed> placed;
     for (const auto& a : live) {
         auto rendered = annotationBitmaps_.rendered(a, input_.package.value_or(std::filesystem::path()));
         if (!rendered || rendered->image.isNull()) continue;
@@ -361,10 +386,15 @@ void FrameComposer::drawAnnotations(QImage& picture, double t) {
         QPointF centre(a.position.x * W, (1 - a.position.y) * H);
         QRectF target(centre.x() - rendered->size.width / 2, centre.y() - rendered->size.height / 2,
                       rendered->size.width, rendered->size.height);
-        double alpha = a.alpha(t);
-        p.setOpacity(alpha >= 0.999 ? 1 : alpha);
-        p.drawImage(target, rendered->image);
-        noteDrawn(target);
+        willDraw(target);
+        placed.push_back({target, rendered->image, a.alpha(t)});
+    }
+    if (placed.empty()) return;
+    QPainter p(&picture);
+    p.setRenderHint(QPainter::SmoothPixmapTransform, true);
+    for (const Placed& a : placed) {
+        p.setOpacity(a.alpha >= 0.999 ? 1 : a.alpha);
+        p.drawImage(a.target, a.image);
     }
 }
 
@@ -378,9 +408,9 @@ void FrameComposer::drawCaption(QImage& picture, double t) {
     double x = roundHalfAway((W - art->size.width) / 2);
     double y = roundHalfAway(H * 0.09 - art->size.height / 2);
     const QRectF target(x, H - y - art->size.height, art->size.width, art->size.height);
+    willDraw(target);
     QPainter p(&picture);
     p.drawImage(target, art->image);
-    noteDrawn(target);
 }
 
 void FrameComposer::drawKeystroke(QImage& picture, const RenderState& state) {
@@ -390,12 +420,12 @@ void FrameComposer::drawKeystroke(QImage& picture, const RenderState& state) {
     const double W = input_.canvasSize.width, H = height();
     double x = roundHalfAway((W - art->size.width) / 2);
     double y = roundHalfAway(H * 0.17 - art->size.height / 2);
+    const QRectF target(x, H - y - art->size.height, art->size.width, art->size.height);
+    willDraw(target);
     QPainter p(&picture);
     double alpha = state.keystroke->alpha;
     p.setOpacity(alpha >= 0.999 ? 1 : std::max(alpha, 0.0));
-    const QRectF target(x, H - y - art->size.height, art->size.width, art->size.height);
     p.drawImage(target, art->image);
-    noteDrawn(target);
 }
 
 const AnnotationArt::Rendered* FrameComposer::captionImage(const TranscriptCue& cue) {

@@ -85,6 +85,9 @@ public:
         // The tiles of borderImage that hold any paint: the band is thin, and blending the clear
         // middle of the card on every frame would cost as much as the band itself many times over.
         std::vector<QRect> borderTiles;
+        // The border tiles that cross the video box and so are drawn on every frame; the others
+        // are part of the plate.
+        std::vector<QRect> frameBorderTiles;
         std::optional<QImage> clickEffect;
         std::map<CursorShape, CursorArt::Cursor> cursorImages;
         std::optional<QImage> spotlightDisc;
@@ -105,6 +108,11 @@ public:
     // another thread) for as long as needed; it never changes while held. Sources are told which
     // part of their pictures each frame reads (FrameSource::setRegionOfInterest).
     QImage composeOutputFrame(double outputTime);
+    // The same frame as a planar picture (makePlanarPicture), the encoder's form. When the source
+    // gives its decoded planes the video is scaled straight from them, and only the parts of the
+    // frame drawn on (pointer, overlays, the video's rounded edges) pass through BGRA; otherwise
+    // the BGRA frame is converted whole. Pooled and safe to hold like composeOutputFrame's.
+    QImage composeOutputPlanar(double outputTime);
     // The frame at a source time (single source, or multi-source when there are cards).
     QImage composeFrame(double t);
 
@@ -136,17 +144,39 @@ private:
 
     void buildPlateAndMask(const QImage* background);
     void buildBorder(const std::optional<CardBorder::Band>& band, const QImage* background);
+    void settleBorderTiles();
     void buildPointerArt();
     void buildWebcam();
     void buildMultiCards(const QImage* background);
 
+    // What the main screen shows at a source time: the zoom's unit rectangle and the part of the
+    // source it takes (crop applied). Tells the screen which part it will be read in.
+    struct ScreenView {
+        Rect visible, window;
+        FrameSource* screen = nullptr;
+    };
+    ScreenView screenView(double t);
     Composed composeSingleFrame(double t);
     QImage composeBlurredFrame(double outputTime, int samples);
     QImage composeMultiFrame(double t);
     void composeCanvasOverlays(QImage& picture, double t, const RenderState& state);
 
     void drawVideo(QImage& picture, const QImage& frame, const Rect& window);
-    void noteDrawn(const QRectF& area);
+    void drawOverVideo(QImage& picture, double t, const Rect& visible);
+    // Called before drawing on `area` of the picture: the area is listed as differing from the
+    // plate and, in planar composition, brought into the BGRA work picture first.
+    void willDraw(const QRectF& area);
+    void willDraw(const QRect& area);
+
+    // Planar composition: the planar picture of the frame being composed, the BGRA work picture
+    // the drawing functions paint on, and which 16-pixel tiles of it hold this frame.
+    QImage composePlanarFrame(double t);
+    QImage planarCopy(const QImage& bgra);
+    void drawVideoPlanar(QImage& planar, const Yuv420View& frame, const Rect& window);
+    void bringIntoWork(const QRect& area);
+    void buildPlanarEdges();
+    void blendPlanarEdges(QImage& planar);
+    std::vector<QRect> returnWorkToPlanar(QImage& planar);
     void applyMasks(QImage& picture, double t, const Rect& visible, const Rect& target, const Rect& crop,
                     std::optional<int> source);
     void drawRipples(QImage& picture, const RenderState& state, const Rect& visible, const Rect& target,
@@ -185,6 +215,25 @@ private:
     // samples and the export queues a few finished frames).
     CanvasPool canvases_{12};
     std::vector<QRect> drawn_;  // areas outside the video box drawn on while composing a frame
+
+    static constexpr int workTile = 16;
+    QImage planarPlate_;
+    CanvasPool planarCanvases_{12};
+    QImage* planar_ = nullptr;  // set while a planar frame is composed
+    QImage work_;
+    std::vector<uint8_t> inWork_;  // per work tile, row by row
+    // The video's rounded edges in planar form: per row of the box (and of its chroma), the runs
+    // the rounded rectangle covers partly or not at all, with the coverage there (for chroma the
+    // mean over each 2 × 2 block). Blending towards the plate is linear, and so is the step from
+    // RGB to YUV, so the edges blend in the planes themselves.
+    struct PlanarEdges {
+        struct Run {
+            int y, from, to;  // relative to the box, `to` included
+        };
+        std::vector<Run> luma, chroma;
+        std::vector<uint8_t> lumaCoverage, chromaCoverage;
+    };
+    PlanarEdges planarEdges_;
     // Multi-source frames: each card's scaled shadow, mask and border, kept while the card stands
     // still, and two canvas-sized layers reused for every card (only the card's area is used).
     struct CardArt {

@@ -159,7 +159,7 @@ QImage FrameComposer::composeMultiFrame(double t) {
             QPainter p(&canvas);
             p.setOpacity(std::clamp(1 - place.lift, 0.0, 1.0));
             p.drawImage(shadow->topLeft, shadow->image);
-            noteDrawn(QRectF(shadow->topLeft, QSizeF(shadow->image.size())));
+            willDraw(QRectF(shadow->topLeft, QSizeF(shadow->image.size())));
         }
         const PlacedArt* border = nullptr;
         if (!card.border.isNull())
@@ -214,7 +214,7 @@ QImage FrameComposer::composeMultiFrame(double t) {
             p.drawImage(border->topLeft, border->image);
         }
         QPainter(&canvas).drawImage(layerBox.topLeft(), cardLayer_, layerBox);
-        noteDrawn(layerBox);
+        willDraw(layerBox);
         if (place.lift > 0.0001) {
             // The card over its unfaded shadow, laid over everything once all cards stand.
             QRect area = layerBox;
@@ -232,7 +232,7 @@ QImage FrameComposer::composeMultiFrame(double t) {
         QPainter p(&canvas);
         p.setOpacity(std::min(liftedAlpha, 1.0));
         p.drawImage(liftedArea.topLeft(), liftedLayer_, liftedArea);
-        noteDrawn(liftedArea);
+        willDraw(liftedArea);
     }
     composeCanvasOverlays(canvas, t, state);
     QImage picture = canvases_.release(slot, drawn_);

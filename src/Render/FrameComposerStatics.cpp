@@ -4,6 +4,7 @@
 #include "Render/CanvasCoordinates.h"
 #include "Render/CanvasLayout.h"
 #include "Render/FrameComposer.h"
+#include "Render/PlanarPicture.h"
 #include "Render/QtColor.h"
 #include "Render/RasterKernels.h"
 #include "Render/ShadowProfile.h"
@@ -115,7 +116,8 @@ void FrameComposer::buildPlateAndMask(const QImage* background) {
     }
 
     // The video's rounded rectangle as coverage over the whole-pixel box that holds it.
-    statics_.videoPixels = pixelBox(layout.video, H);
+    // Whole 2 × 2 blocks, so that a planar frame's chroma under the box belongs to the box alone.
+    statics_.videoPixels = roundedToBlocks(pixelBox(layout.video, H)).intersected(statics_.plate.rect());
     statics_.videoMask = QImage(statics_.videoPixels.size(), QImage::Format_ARGB32_Premultiplied);
     if (!statics_.videoMask.isNull()) {
         statics_.videoMask.fill(Qt::transparent);
@@ -125,12 +127,14 @@ void FrameComposer::buildPlateAndMask(const QImage* background) {
         p.fillPath(roundedRect(toTopLeft(layout.video, H), layout.innerRadius), Qt::white);
     }
     const QRect box = statics_.videoPixels;
-    const int rows = std::min(int(std::ceil(layout.innerRadius)) + 1, (box.height() + 1) / 2);
+    // The box reaches up to two pixels past the rectangle's edges, so the bands and columns are
+    // that much deeper than the corners and the fractional edges alone would need.
+    const int rows = std::min(int(std::ceil(layout.innerRadius)) + 3, (box.height() + 1) / 2);
     statics_.videoEdges = {QRect(box.left(), box.top(), box.width(), rows),
                            QRect(box.left(), box.bottom() - rows + 1, box.width(), rows)};
     if (box.height() > 2 * rows) {
-        statics_.videoEdges.push_back(QRect(box.left(), box.top() + rows, 1, box.height() - 2 * rows));
-        statics_.videoEdges.push_back(QRect(box.right(), box.top() + rows, 1, box.height() - 2 * rows));
+        statics_.videoEdges.push_back(QRect(box.left(), box.top() + rows, 2, box.height() - 2 * rows));
+        statics_.videoEdges.push_back(QRect(box.right() - 1, box.top() + rows, 2, box.height() - 2 * rows));
     }
     buildBorder(band, background);
 }
@@ -145,6 +149,7 @@ void FrameComposer::buildBorder(const std::optional<CardBorder::Band>& band, con
         statics_.borderImage = lens->convertToFormat(QImage::Format_ARGB32_Premultiplied);
         statics_.borderTopLeft = toTopLeft(target, H).topLeft();
         statics_.borderTiles = paintedTiles(statics_.borderImage, 64);
+        settleBorderTiles();
         return;
     }
     // Drawn on the canvas pixel grid so the strokes stay as sharp as drawing them in place.
@@ -160,6 +165,20 @@ void FrameComposer::buildBorder(const std::optional<CardBorder::Band>& band, con
     statics_.borderImage = std::move(image);
     statics_.borderTopLeft = box.topLeft();
     statics_.borderTiles = paintedTiles(statics_.borderImage, 64);
+    settleBorderTiles();
+}
+
+// Tiles clear of the video box look the same on every frame: they go into the plate once.
+void FrameComposer::settleBorderTiles() {
+    statics_.frameBorderTiles.clear();
+    QPainter p(&statics_.plate);
+    for (const QRect& tile : statics_.borderTiles) {
+        const QPointF at = statics_.borderTopLeft + QPointF(tile.topLeft());
+        if (QRectF(at, QSizeF(tile.size())).toAlignedRect().adjusted(-1, -1, 1, 1).intersects(statics_.videoPixels))
+            statics_.frameBorderTiles.push_back(tile);
+        else
+            p.drawImage(at, statics_.borderImage, tile);
+    }
 }
 
 void FrameComposer::buildPointerArt() {

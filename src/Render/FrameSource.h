@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Render/PlanarPicture.h"
 #include "Support/Geometry.h"
 
 #include <QImage>
@@ -19,6 +20,15 @@ public:
     // that part and leave the rest of the picture stale, which saves converting what a zoom hides.
     // Pictures keep their full size. The whole picture until said otherwise.
     virtual void setRegionOfInterest(const Rect& unit) { (void)unit; }
+
+    // The same frame as `frame(t)` in the decoder's own planes, when those are 8-bit 4:2:0 in
+    // BT.709 limited range (what recordings hold): an export then scales the video straight into
+    // its encoder's form. Null when a source has no such form; `frame` may still be asked for
+    // the same t afterwards. Valid until the next call.
+    virtual const Yuv420View* planarFrame(double t) {
+        (void)t;
+        return nullptr;
+    }
 };
 
 }  // namespace halvane

@@ -1,5 +1,7 @@
 #include "Render/RasterKernels.h"
 
+#include "Render/Resampling.h"
+
 #include <QPainter>
 
 #include <algorithm>
@@ -238,6 +240,23 @@ void drawImageShadow(QImage& target, const QImage& shape, QPointF topLeft, const
         painter.drawImage(topLeft - QPointF(area.topLeft()), shape);
     }
     paintShadowFromMask(target, std::move(mask), area.topLeft(), style);
+}
+
+// Inside `area`: picture = picture × coverage + plate × (1 − coverage), with the coverage the alpha
+// of `mask`, whose top-left corner lies at `maskOrigin`.
+void blendTowardsPlate(QImage& picture, const QImage& plate, const QImage& mask, QRect area, QPoint maskOrigin) {
+    area = area.intersected(picture.rect()).intersected(plate.rect()).intersected(QRect(maskOrigin, mask.size()));
+    for (int y = area.top(); y <= area.bottom(); ++y) {
+        auto* d = reinterpret_cast<uint32_t*>(picture.scanLine(y));
+        const auto* p = reinterpret_cast<const uint32_t*>(plate.constScanLine(y));
+        const auto* m = reinterpret_cast<const uint32_t*>(mask.constScanLine(y - maskOrigin.y())) - maskOrigin.x();
+        for (int x = area.left(); x <= area.right(); ++x) {
+            // Most of a band is wholly inside or wholly outside the rounded rectangle.
+            const uint32_t coverage = m[x] >> 24;
+            if (coverage == 255) continue;
+            d[x] = coverage == 0 ? p[x] : mixPixels(p[x], d[x], coverage + (coverage >> 7));
+        }
+    }
 }
 
 }  // namespace halvane

@@ -82,4 +82,8 @@ void drawPathShadow(QImage& target, const QPainterPath& path, const ShadowLook& 
 // Paints onto `target` the shadow cast by `shape` when drawn with its top-left corner at `topLeft`.
 void drawImageShadow(QImage& target, const QImage& shape, QPointF topLeft, const ShadowLook& shadow);
 
+// Inside `area`: picture = picture × coverage + plate × (1 − coverage), with the coverage the alpha
+// of `mask`, whose top-left corner lies at `maskOrigin`. Wholly covered pixels are not touched.
+void blendTowardsPlate(QImage& picture, const QImage& plate, const QImage& mask, QRect area, QPoint maskOrigin);
+
 }  // namespace halvane

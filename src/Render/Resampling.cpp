@@ -6,6 +6,10 @@
 #include <cstring>
 #include <vector>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 namespace halvane {
 
 namespace {
@@ -18,7 +22,8 @@ struct Taps {
     std::vector<uint16_t> byteWeight;  // the weight repeated for each of a pixel's four bytes
 };
 
-Taps tapsFor(int begin, int count, double sourceOrigin, double step, double targetOrigin, int sourceSize) {
+Taps tapsFor(int begin, int count, double sourceOrigin, double step, double targetOrigin, int sourceSize,
+             uint32_t one = 256) {
     Taps taps;
     taps.first.resize(size_t(count));
     taps.second.resize(size_t(count));
@@ -29,13 +34,13 @@ Taps tapsFor(int begin, int count, double sourceOrigin, double step, double targ
         u = std::isfinite(u) ? std::clamp(u, -1.0, double(sourceSize)) : 0.0;
         const double whole = std::floor(u);
         int i = int(whole);
-        uint32_t f = uint32_t(std::lround((u - whole) * 256));
-        if (f == 256) ++i, f = 0;
+        uint32_t f = uint32_t(std::lround((u - whole) * one));
+        if (f == one) ++i, f = 0;
         if (i < 0) i = 0, f = 0;
         if (i >= sourceSize - 1) i = sourceSize - 1, f = 0;
         // The last pixel alone is taken as all of the pair that ends with it, so that the pair
         // always lies inside the row.
-        if (i == sourceSize - 1 && sourceSize >= 2) i = sourceSize - 2, f = 256;
+        if (i == sourceSize - 1 && sourceSize >= 2) i = sourceSize - 2, f = one;
         taps.first[size_t(k)] = i;
         taps.second[size_t(k)] = std::min(i + 1, sourceSize - 1);
         taps.weight[size_t(k)] = f;
@@ -178,6 +183,154 @@ void resampleInto(QImage& destination, const QRect& clip, const QImage& sourceIm
         }
         mixBytes(reinterpret_cast<uint8_t*>(out), reinterpret_cast<const uint8_t*>(a),
                  reinterpret_cast<const uint8_t*>(row(y.second[size_t(k)])), uint16_t(f), width * 4);
+    }
+}
+
+namespace {
+
+// A plane at half its width and/or height, each byte the rounded mean of those it replaces.
+PlaneView halvedPlane(const PlaneView& plane, bool halveWidth, bool halveHeight, std::vector<uint8_t>& storage) {
+    const int w = plane.width, h = plane.height;
+    const int nw = halveWidth ? (w + 1) / 2 : w, nh = halveHeight ? (h + 1) / 2 : h;
+    std::vector<uint8_t> out(size_t(nw) * size_t(nh));
+    for (int y = 0; y < nh; ++y) {
+        const uint8_t* a = plane.data + size_t(halveHeight ? 2 * y : y) * size_t(plane.stride);
+        const uint8_t* b = plane.data + size_t(halveHeight ? std::min(2 * y + 1, h - 1) : y) * size_t(plane.stride);
+        uint8_t* o = out.data() + size_t(y) * size_t(nw);
+        for (int x = 0; x < nw; ++x) {
+            const int x0 = halveWidth ? 2 * x : x, x1 = halveWidth ? std::min(2 * x + 1, w - 1) : x;
+            o[x] = uint8_t(halveWidth ? (a[x0] + a[x1] + b[x0] + b[x1] + 2) >> 2 : (a[x] + b[x] + 1) >> 1);
+        }
+    }
+    storage = std::move(out);
+    return {storage.data(), nw, nw, nh};
+}
+
+// Each destination byte of a plane row mixes two neighbouring source bytes:
+// (left × (128 − f) + right × f + 64) / 128. Destination bytes go in blocks of eight whose sources
+// all lie within sixteen bytes of the block's first one (true for every shrink up to 2, the most
+// the halving leaves), so one load and one byte shuffle fetch all eight pairs.
+struct PairBlocks {
+    std::vector<int> base;         // per block, the first source byte it reads
+    std::vector<uint8_t> shuffle;  // per block, 16 bytes: each pair's two offsets from the base
+    std::vector<uint8_t> weight;   // per block, 16 bytes: each pair's weights 128 − f and f
+};
+
+PairBlocks pairBlocks(const Taps& taps, int count) {
+    PairBlocks blocks;
+    const int n = count / 8;
+    blocks.base.resize(size_t(n));
+    blocks.shuffle.resize(size_t(n) * 16);
+    blocks.weight.resize(size_t(n) * 16);
+    for (int b = 0; b < n; ++b) {
+        const int base = taps.first[size_t(8 * b)];
+        blocks.base[size_t(b)] = base;
+        // Rounding can stretch a block at a shrink of 2 past sixteen bytes: then every row goes
+        // the slow way.
+        if (taps.first[size_t(8 * b + 7)] + 1 - base > 15) return {};
+        for (int j = 0; j < 8; ++j) {
+            const size_t k = size_t(8 * b + j), at = size_t(16 * b + 2 * j);
+            blocks.shuffle[at] = uint8_t(taps.first[k] - base);
+            blocks.shuffle[at + 1] = uint8_t(taps.first[k] - base + 1);
+            blocks.weight[at] = uint8_t(128 - taps.weight[k]);
+            blocks.weight[at + 1] = uint8_t(taps.weight[k]);
+        }
+    }
+    return blocks;
+}
+
+void mixPairsScalar(const uint8_t* row, const Taps& taps, int from, int count, uint8_t* out) {
+    for (int k = from; k < count; ++k) {
+        const uint32_t f = taps.weight[size_t(k)];
+        const int i = taps.first[size_t(k)];
+        out[k] = uint8_t((row[i] * (128 - f) + row[i + 1] * f + 64) >> 7);
+    }
+}
+
+#if defined(__x86_64__)
+
+// The multiply-add takes its second operand as signed bytes, so the pixels are moved down by 128
+// and the weights, which sum to 128, bring that back as 128 × 128 in the rounding constant.
+__attribute__((target("ssse3"))) int mixPairsBlocks(const uint8_t* row, const PairBlocks& blocks, uint8_t* out) {
+    const __m128i flip = _mm_set1_epi8(char(0x80));
+    const __m128i bias = _mm_set1_epi16(128 * 128 + 64);
+    const int n = int(blocks.base.size());
+    for (int b = 0; b < n; ++b) {
+        const __m128i source = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + blocks.base[size_t(b)]));
+        const __m128i order = _mm_loadu_si128(reinterpret_cast<const __m128i*>(blocks.shuffle.data() + 16 * b));
+        const __m128i weight = _mm_loadu_si128(reinterpret_cast<const __m128i*>(blocks.weight.data() + 16 * b));
+        const __m128i pairs = _mm_xor_si128(_mm_shuffle_epi8(source, order), flip);
+        const __m128i mixed = _mm_srli_epi16(_mm_add_epi16(_mm_maddubs_epi16(weight, pairs), bias), 7);
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 8 * b), _mm_packus_epi16(mixed, mixed));
+    }
+    return 8 * n;
+}
+
+bool shufflesBytes() { return __builtin_cpu_supports("ssse3"); }
+
+#else
+
+int mixPairsBlocks(const uint8_t*, const PairBlocks&, uint8_t*) { return 0; }
+bool shufflesBytes() { return false; }
+
+#endif
+
+}  // namespace
+
+void resamplePlaneInto(uint8_t* destination, int destinationStride, const QRect& clip, const PlaneView& sourcePlane,
+                       const QRectF& sourceRect, const QRectF& targetRect) {
+    static const bool fast = shufflesBytes();
+    if (!destination || !sourcePlane.data || sourcePlane.width < 1 || sourcePlane.height < 1 || clip.isEmpty() ||
+        !(targetRect.width() > 0) || !(targetRect.height() > 0) || !(sourceRect.width() > 0) ||
+        !(sourceRect.height() > 0))
+        return;
+    PlaneView source = sourcePlane;
+    std::vector<uint8_t> halves;
+    double fromX = sourceRect.x(), fromY = sourceRect.y();
+    double stepX = sourceRect.width() / targetRect.width(), stepY = sourceRect.height() / targetRect.height();
+    while (true) {
+        const bool halveWidth = stepX > 2 && source.width > 1;
+        const bool halveHeight = stepY > 2 && source.height > 1;
+        if (!halveWidth && !halveHeight) break;
+        source = halvedPlane(source, halveWidth, halveHeight, halves);
+        if (halveWidth) fromX /= 2, stepX /= 2;
+        if (halveHeight) fromY /= 2, stepY /= 2;
+    }
+
+    const int width = clip.width();
+    Taps x = tapsFor(clip.left(), width, fromX, stepX, targetRect.x(), source.width, 128);
+    const Taps y = tapsFor(clip.top(), clip.height(), fromY, stepY, targetRect.y(), source.height);
+    // Rows are read from a copy of the span the taps cover, padded so that every block's
+    // sixteen-byte load stays inside it; the taps are made relative to that span. A pair that
+    // would start on the last byte is moved back one with its weight flipped.
+    const int spanFrom = x.first.front(), spanTo = std::min(x.first.back() + 1, source.width - 1);
+    for (int k = 0; k < width; ++k) {
+        x.first[size_t(k)] -= spanFrom;
+        if (x.weight[size_t(k)] == 128) x.first[size_t(k)] += 1, x.weight[size_t(k)] = 0;
+    }
+    const PairBlocks blocks = fast ? pairBlocks(x, width) : PairBlocks{};
+    std::vector<uint8_t> span(size_t(spanTo - spanFrom + 1) + 32, 0);
+    std::vector<uint8_t> rows(size_t(width) * 2);
+    int rowIn[2] = {-1, -1};
+    auto row = [&](int sourceRow) {
+        uint8_t* slot = rows.data() + size_t(sourceRow & 1) * size_t(width);
+        if (rowIn[sourceRow & 1] == sourceRow) return slot;
+        const uint8_t* pixels = source.data + size_t(sourceRow) * size_t(source.stride);
+        std::memcpy(span.data(), pixels + spanFrom, size_t(spanTo - spanFrom + 1));
+        const int done = fast ? mixPairsBlocks(span.data(), blocks, slot) : 0;
+        mixPairsScalar(span.data(), x, done, width, slot);
+        rowIn[sourceRow & 1] = sourceRow;
+        return slot;
+    };
+    for (int k = 0; k < clip.height(); ++k) {
+        uint8_t* out = destination + size_t(clip.top() + k) * size_t(destinationStride) + size_t(clip.left());
+        const uint32_t f = y.weight[size_t(k)];
+        const uint8_t* a = row(y.first[size_t(k)]);
+        if (f == 0) {
+            std::memcpy(out, a, size_t(width));
+            continue;
+        }
+        mixBytes(out, a, row(y.second[size_t(k)]), uint16_t(f), width);
     }
 }
 

@@ -31,6 +31,20 @@ inline uint32_t mixPixels(uint32_t a, uint32_t b, uint32_t f) {
 void resampleInto(QImage& destination, const QRect& clip, const QImage& source, const QRectF& sourceRect,
                   const QRectF& targetRect);
 
+// One 8-bit plane of a picture, owned elsewhere.
+struct PlaneView {
+    const uint8_t* data = nullptr;
+    int stride = 0;
+    int width = 0, height = 0;
+    friend bool operator==(const PlaneView&, const PlaneView&) = default;
+};
+
+// resampleInto for one 8-bit plane (luma or chroma of a planar picture): `clip` is in the
+// destination plane, which has `destinationStride` bytes per row and must hold the clip.
+// Horizontal weights are in 128ths, vertical ones in 256ths.
+void resamplePlaneInto(uint8_t* destination, int destinationStride, const QRect& clip, const PlaneView& source,
+                       const QRectF& sourceRect, const QRectF& targetRect);
+
 // The image at half its width and/or height, each pixel the mean of the 2 (or 4) it replaces; an
 // odd last column or row is averaged with itself.
 QImage halved(const QImage& image, bool halveWidth, bool halveHeight);

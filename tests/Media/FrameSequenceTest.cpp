@@ -45,6 +45,21 @@ TEST_F(FrameSequenceTest, GivesTheFrameOnScreenAtEachTimeAndHoldsTheLast) {
     EXPECT_NEAR(frames.currentTime(), 179 / 30.0, 1e-6);
 }
 
+TEST_F(FrameSequenceTest, GivesRecordingsPlanesUnconvertedAndTheSamePictureAsBgra) {
+    FrameSequence frames(dir / "ramp.mov");
+    EXPECT_EQ(frames.planes(-0.1), nullptr);
+    for (double t : {0.5, 0.51, 2.0, 100.0}) {
+        const Yuv420View* planes = frames.planes(t);
+        ASSERT_NE(planes, nullptr) << t;
+        EXPECT_EQ(planes->width, 160);
+        EXPECT_EQ(planes->height, 90);
+        // Grey: limited-range luma of the BGRA picture's level, no colour.
+        const int grey = level(frames.image(t));
+        EXPECT_NEAR(planes->planes[0][5 * planes->strides[0] + 5], 16 + grey * 219 / 255, 2) << t;
+        EXPECT_NEAR(planes->planes[1][2 * planes->strides[1] + 2], 128, 2) << t;
+    }
+}
+
 TEST_F(FrameSequenceTest, AskingAtEachFrameNumberOverTheRateGivesThatFrame) {
     // How every export asks: frame n at n / fps, which rounds differently from pts × time base.
     FrameSequence frames(dir / "ramp.mov");
@@ -84,6 +99,8 @@ TEST_F(FrameSequenceTest, HonoursTheStreamsRangeAndMatrix) {
                      &status);
     ASSERT_EQ(status, 0);
     FrameSequence frames(path);
+    // Full range in another matrix is not what the planar composition takes: only BGRA is given.
+    EXPECT_EQ(frames.planes(0), nullptr);
     auto* image = frames.image(0);
     ASSERT_NE(image, nullptr);
     QRgb grey = image->pixel(8, 16);

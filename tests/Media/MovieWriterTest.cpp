@@ -1,5 +1,8 @@
 #include "Media/MovieWriter.h"
 
+#include "Media/FrameSequence.h"
+#include "Render/PlanarPicture.h"
+
 #include "Support/HalvaneError.h"
 #include "support/MediaProbe.h"
 
@@ -108,6 +111,42 @@ TEST_F(MovieWriterTest, WritesH264AndAacIntoAFastStartMp4) {
     EXPECT_LT(bytes.find("moov"), bytes.find("mdat"));
     // Nothing but the result is left in the folder.
     EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 1);
+}
+
+TEST_F(MovieWriterTest, TakesPlanarPicturesWithoutCopyingAndLetsThemGo) {
+    MovieWriterSettings settings;
+    settings.width = 320;
+    settings.height = 180;
+    settings.fps = 30;
+    settings.preset = "ultrafast";
+    auto path = dir / "planar.mp4";
+    // Luma ramps across; chroma a colour on the left half and its opposite on the right.
+    QImage picture = makePlanarPicture(320, 180);
+    auto planes = planarPlanes(picture);
+    const int stride = int(picture.bytesPerLine());
+    for (int y = 0; y < 180; ++y)
+        for (int x = 0; x < 320; ++x) planes[0][y * stride + x] = uint8_t(16 + x * 219 / 319);
+    for (int y = 0; y < 90; ++y)
+        for (int x = 0; x < 160; ++x) {
+            planes[1][y * stride + x] = x < 80 ? 90 : 166;
+            planes[2][y * stride + x] = x < 80 ? 170 : 86;
+        }
+    {
+        MovieWriter writer(path, settings);
+        for (int i = 0; i < 15; ++i) writer.appendPlanarFrame(picture, i / 30.0);
+        EXPECT_THROW(writer.appendPlanarFrame(makePlanarPicture(160, 90), 1.0), HalvaneError);
+        writer.finish();
+        EXPECT_EQ(writer.videoFramesWritten(), 15);
+    }
+    EXPECT_TRUE(picture.isDetached());  // the encoder holds no reference any more
+
+    FrameSequence frames(path);
+    const Yuv420View* decoded = frames.planes(0.2);
+    ASSERT_NE(decoded, nullptr);
+    for (int x : {10, 100, 200, 310})
+        EXPECT_NEAR(decoded->planes[0][90 * decoded->strides[0] + x], 16 + x * 219 / 319, 3) << x;
+    EXPECT_NEAR(decoded->planes[1][45 * decoded->strides[1] + 20], 90, 3);
+    EXPECT_NEAR(decoded->planes[2][45 * decoded->strides[2] + 140], 86, 3);
 }
 
 TEST_F(MovieWriterTest, KeepsTheBitRateTableOfTheExport) {

@@ -28,6 +28,24 @@ TEST(CanvasPool, PutsBackOnlyWhatWasDrawnOutsideTheRewrittenArea) {
         EXPECT_EQ(picture.pixel(p), qRgb(255, 0, 0)) << p.x() << "," << p.y();
 }
 
+TEST(CanvasPool, SeparateAreasOnOneRowAndSeveralKeptBoxesAreRespected) {
+    // Grey pictures as planar frames are kept: one byte a pixel, and two kept boxes side by side.
+    QImage plate(40, 30, QImage::Format_Grayscale8), picture(40, 30, QImage::Format_Grayscale8);
+    plate.fill(10);
+    picture.fill(200);
+    restoreOutside(picture, plate, {QRect(0, 0, 4, 30), QRect(36, 0, 4, 30), QRect(8, 20, 30, 4)},
+                   std::vector<QRect>{QRect(10, 0, 6, 30), QRect(20, 0, 6, 30)});
+    auto at = [&](int x, int y) { return qGray(picture.pixel(x, y)); };
+    EXPECT_EQ(at(0, 5), 10);
+    EXPECT_EQ(at(39, 5), 10);
+    EXPECT_EQ(at(20, 5), 200);  // between the two side areas nothing is drawn: left alone
+    EXPECT_EQ(at(8, 21), 10);
+    EXPECT_EQ(at(17, 21), 10);  // between the kept boxes
+    EXPECT_EQ(at(12, 21), 200);
+    EXPECT_EQ(at(23, 21), 200);
+    EXPECT_EQ(at(30, 21), 10);
+}
+
 TEST(CanvasPool, ReusesOnlyPicturesNobodyHoldsAndLetsIdleOnesGo) {
     const QImage plate = filled(Qt::blue);
     CanvasPool pool(4);

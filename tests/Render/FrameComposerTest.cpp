@@ -2,6 +2,7 @@
 #include "Render/CanvasLayout.h"
 #include "Render/FrameComposer.h"
 #include "support/GuiApplication.h"
+#include "CompositionSources.h"
 
 #include <gtest/gtest.h>
 
@@ -11,28 +12,11 @@
 #include <functional>
 
 using namespace halvane;
+using test::FunctionFrames;
+using test::solidFrame;
+using test::zoomOn;
 
 namespace {
-
-// Frames made on demand from a function of time.
-class FunctionFrames : public FrameSource {
-public:
-    explicit FunctionFrames(std::function<QImage(double)> make) : make_(std::move(make)) {}
-    const QImage* frame(double t) override {
-        current_ = make_(t);
-        return current_.isNull() ? nullptr : &current_;
-    }
-
-private:
-    std::function<QImage(double)> make_;
-    QImage current_;
-};
-
-QImage solidFrame(QColor c, int w = 320, int h = 200) {
-    QImage image(w, h, QImage::Format_ARGB32_Premultiplied);
-    image.fill(c);
-    return image;
-}
 
 // Left half green, right half red.
 QImage splitFrame() {
@@ -48,15 +32,6 @@ QImage checkerFrame() {
     for (int y = 0; y < 200; y += 2)
         for (int x = (y / 2) % 2 * 2; x < 320; x += 4) p.fillRect(x, y, 2, 2, Qt::black);
     return image;
-}
-
-ZoomSegment zoomOn(double level, Point target, double start, double end) {
-    ZoomSegment zoom;
-    zoom.start = start;
-    zoom.end = end;
-    zoom.level = level;
-    zoom.target = target;
-    return zoom;
 }
 
 QColor pixel(const QImage& image, Point canvasPoint) {

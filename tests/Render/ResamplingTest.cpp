@@ -205,4 +205,83 @@ TEST(Resampling, ConvertsOtherFormatsAndIgnoresEmptyPlacements) {
     EXPECT_EQ(untouched, filled(40, 20, sentinel));
 }
 
+namespace {
+
+// A plane of independent random bytes, with a stride wider than its width.
+struct Plane {
+    int width, height, stride;
+    std::vector<uint8_t> bytes;
+    PlaneView view() const { return {bytes.data(), stride, width, height}; }
+    int at(int x, int y) const { return bytes[size_t(y) * size_t(stride) + size_t(x)]; }
+};
+
+Plane noisePlane(int w, int h, unsigned seed) {
+    std::mt19937 random(seed);
+    Plane plane{w, h, w + 7, std::vector<uint8_t>(size_t(w + 7) * size_t(h))};
+    for (auto& b : plane.bytes) b = uint8_t(random());
+    return plane;
+}
+
+Plane blankPlane(int w, int h) { return {w, h, w + 3, std::vector<uint8_t>(size_t(w + 3) * size_t(h), 0xAA)}; }
+
+// The largest difference between a resampled plane and exact bilinear sampling inside `clip`;
+// -1 when anything outside the clip changed.
+int planeError(const Plane& out, const QRect& clip, const Plane& source, const QRectF& from, const QRectF& to) {
+    const double sx = from.width() / to.width(), sy = from.height() / to.height();
+    auto at = [&](int x, int y) {
+        return double(source.at(std::clamp(x, 0, source.width - 1), std::clamp(y, 0, source.height - 1)));
+    };
+    int most = 0;
+    for (int y = 0; y < out.height; ++y)
+        for (int x = 0; x < out.width; ++x) {
+            if (!clip.contains(x, y)) {
+                if (out.at(x, y) != 0xAA) return -1;
+                continue;
+            }
+            const double u = from.x() + (x + 0.5 - to.x()) * sx - 0.5, v = from.y() + (y + 0.5 - to.y()) * sy - 0.5;
+            const int i = int(std::floor(u)), j = int(std::floor(v));
+            const double fu = u - i, fv = v - j;
+            const double top = at(i, j) * (1 - fu) + at(i + 1, j) * fu;
+            const double bottom = at(i, j + 1) * (1 - fu) + at(i + 1, j + 1) * fu;
+            most = std::max(most, int(std::lround(std::fabs(top * (1 - fv) + bottom * fv - out.at(x, y)))));
+        }
+    return most;
+}
+
+}  // namespace
+
+TEST(Resampling, PlanesMatchExactBilinearWithinTwoLevels) {
+    // Weights are in 128ths across: on noise, where neighbours differ by up to 255, that and two
+    // roundings make two levels at most.
+    struct Case {
+        int sourceWidth, sourceHeight;
+        QRectF from, to;
+        QRect clip;
+    };
+    for (const Case& c : {Case{53, 31, {0, 0, 53, 31}, {0, 0, 131, 77}, {0, 0, 131, 77}},     // upscale
+                          Case{53, 31, {0, 0, 53, 31}, {0, 0, 29, 17}, {0, 0, 29, 17}},       // shrink under 2
+                          Case{64, 40, {0, 0, 64, 40}, {0, 0, 33, 21}, {0, 0, 33, 21}},       // shrink near 2
+                          Case{53, 31, {10.3, 4.6, 20.2, 11.5}, {-3.7, 2.25, 90.5, 60.1}, {3, 1, 77, 62}},
+                          Case{53, 31, {0, 0, 53, 31}, {0.5, 0.5, 53, 31}, {0, 0, 54, 32}},  // half-pixel shift
+                          Case{1, 1, {0, 0, 1, 1}, {0, 0, 9, 5}, {0, 0, 9, 5}},              // one pixel
+                          Case{2, 7, {0, 0, 2, 7}, {1, 0, 37, 7}, {0, 0, 40, 7}}}) {         // clip past the target
+        const Plane source = noisePlane(c.sourceWidth, c.sourceHeight, 5);
+        Plane out = blankPlane(c.clip.right() + 4, c.clip.bottom() + 3);
+        resamplePlaneInto(out.bytes.data(), out.stride, c.clip, source.view(), c.from, c.to);
+        const int error = planeError(out, c.clip, source, c.from, c.to);
+        EXPECT_GE(error, 0) << "wrote outside the clip, " << c.to.width();
+        EXPECT_LE(error, 2) << c.to.width();
+    }
+}
+
+TEST(Resampling, PlanesShrunkStronglyAverageEverySourceByte) {
+    Plane stripes{240, 120, 240, std::vector<uint8_t>(240 * 120)};
+    for (size_t i = 0; i < stripes.bytes.size(); ++i) stripes.bytes[i] = i % 2 ? 235 : 16;
+    Plane out = blankPlane(30, 15);
+    resamplePlaneInto(out.bytes.data(), out.stride, QRect(0, 0, 30, 15), stripes.view(), QRectF(0, 0, 240, 120),
+                      QRectF(0, 0, 30, 15));
+    for (int y = 0; y < 15; ++y)
+        for (int x = 0; x < 30; ++x) EXPECT_NEAR(out.at(x, y), 126, 2) << x << "," << y;
+}
+
 }  // namespace halvane

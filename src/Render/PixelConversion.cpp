@@ -1,4 +1,4 @@
-#include "Media/PixelConversion.h"
+#include "Render/PixelConversion.h"
 
 #include <cstring>
 
@@ -235,6 +235,44 @@ void convertBgraToYuv420(const uint8_t* bgra, int bytesPerRow, int width, int he
         lumaScalar(top, done, width, yTop);
         lumaScalar(bottom, done, width, yTop + yStride);
         chromaScalar(top, bottom, done / 2, width, uRow, vRow);
+    }
+}
+
+namespace {
+
+// BT.709 limited range back to full-range RGB, in 8-bit fixed point (1.164, 1.793, 0.213, 0.533,
+// 2.112 × 256).
+constexpr int kLuma = 298, kRv = 459, kGu = 55, kGv = 136, kBu = 541;
+
+inline uint32_t clampByte(int value) { return uint32_t(value < 0 ? 0 : value > 255 ? 255 : value); }
+
+__attribute__((target_clones("avx2", "default")))
+void blockRowToBgra(const uint8_t* y0, const uint8_t* y1, const uint8_t* u, const uint8_t* v, int pairs,
+                    uint32_t* top, uint32_t* bottom) {
+    for (int i = 0; i < pairs; ++i) {
+        const int d = u[i] - 128, e = v[i] - 128;
+        const int r = kRv * e + 128, g = -kGu * d - kGv * e + 128, b = kBu * d + 128;
+        auto pixel = [&](uint8_t luma) {
+            const int c = kLuma * (luma - 16);
+            return 0xff000000u | clampByte((c + r) >> 8) << 16 | clampByte((c + g) >> 8) << 8 | clampByte((c + b) >> 8);
+        };
+        top[2 * i] = pixel(y0[2 * i]);
+        top[2 * i + 1] = pixel(y0[2 * i + 1]);
+        bottom[2 * i] = pixel(y1[2 * i]);
+        bottom[2 * i + 1] = pixel(y1[2 * i + 1]);
+    }
+}
+
+}  // namespace
+
+void convertYuv420ToBgra(const uint8_t* y, int yStride, const uint8_t* u, int uStride, const uint8_t* v,
+                         int vStride, int width, int height, uint8_t* bgra, int bytesPerRow) {
+    for (int row = 0; row + 1 < height; row += 2) {
+        const uint8_t* yTop = y + static_cast<long>(row) * yStride;
+        auto* top = reinterpret_cast<uint32_t*>(bgra + static_cast<long>(row) * bytesPerRow);
+        auto* bottom = reinterpret_cast<uint32_t*>(bgra + static_cast<long>(row + 1) * bytesPerRow);
+        blockRowToBgra(yTop, yTop + yStride, u + static_cast<long>(row / 2) * uStride,
+                       v + static_cast<long>(row / 2) * vStride, width / 2, top, bottom);
     }
 }
 

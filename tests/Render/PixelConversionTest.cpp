@@ -1,9 +1,10 @@
-#include "Media/PixelConversion.h"
+#include "Render/PixelConversion.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -107,3 +108,55 @@ TEST(PixelConversion, WideRowsMatchTheExactFormulaInEveryLane) {
 }
 
 }  // namespace
+
+namespace {
+
+uint32_t backToBgra(int y, int u, int v) {
+    const std::array<uint8_t, 4> luma{uint8_t(y), uint8_t(y), uint8_t(y), uint8_t(y)};
+    const uint8_t cu = uint8_t(u), cv = uint8_t(v);
+    std::array<uint32_t, 4> out{};
+    convertYuv420ToBgra(luma.data(), 2, &cu, 1, &cv, 1, 2, 2, reinterpret_cast<uint8_t*>(out.data()), 8);
+    EXPECT_EQ(out[0], out[3]);
+    return out[0];
+}
+
+}  // namespace
+
+TEST(PixelConversion, PlanarBlocksComeBackToTheColoursTheyCameFrom) {
+    EXPECT_EQ(backToBgra(16, 128, 128), 0xff000000u);
+    EXPECT_EQ(backToBgra(235, 128, 128), 0xffffffffu);
+    // Out-of-range values clamp instead of wrapping.
+    EXPECT_EQ(backToBgra(255, 128, 128), 0xffffffffu);
+    EXPECT_EQ(backToBgra(0, 128, 128), 0xff000000u);
+    std::mt19937 random(3);
+    for (int i = 0; i < 2000; ++i) {
+        const uint8_t r = uint8_t(random()), g = uint8_t(random()), b = uint8_t(random());
+        const Yuv yuv = convertColour(r, g, b);
+        const uint32_t back = backToBgra(yuv.y, yuv.u, yuv.v);
+        // Limited range has fewer steps than full range: a step there is about 1.2 steps here.
+        EXPECT_NEAR(int(back >> 16 & 0xff), r, 3) << int(r) << "," << int(g) << "," << int(b);
+        EXPECT_NEAR(int(back >> 8 & 0xff), g, 3) << int(r) << "," << int(g) << "," << int(b);
+        EXPECT_NEAR(int(back & 0xff), b, 3) << int(r) << "," << int(g) << "," << int(b);
+    }
+}
+
+TEST(PixelConversion, PlanarRowsKeepTheirStridesAndShareChromaByBlock) {
+    // 4 × 2 luma in rows of 6, chroma in rows of 3; the BGRA rows are 20 bytes apart.
+    const std::vector<uint8_t> luma{16, 235, 0xAA, 0xAA, 0xAA, 0xAA, 235, 16, 0xAA, 0xAA, 0xAA, 0xAA};
+    std::vector<uint8_t> y(12), u{128, 240, 0xAA}, v{128, 118, 0xAA};
+    for (size_t i = 0; i < 12; ++i) y[i] = i % 6 < 4 ? (i % 6 < 2 ? luma[i] : 32) : 0xAA;
+    std::vector<uint8_t> bgra(40, 0x55);
+    convertYuv420ToBgra(y.data(), 6, u.data(), 3, v.data(), 3, 4, 2, bgra.data(), 20);
+    auto at = [&](int x, int row) {
+        uint32_t p;
+        std::memcpy(&p, &bgra[size_t(row * 20 + x * 4)], 4);
+        return p;
+    };
+    EXPECT_EQ(at(0, 0), 0xff000000u);
+    EXPECT_EQ(at(1, 0), 0xffffffffu);
+    EXPECT_EQ(at(0, 1), 0xffffffffu);
+    // The second block is blue (the chroma of pure blue with its luma).
+    EXPECT_GT(int(at(2, 1) & 0xff), 245);
+    EXPECT_LT(int(at(2, 1) >> 16 & 0xff), 10);
+    EXPECT_EQ(bgra[16], 0x55);  // the padding past the width is left alone
+}
