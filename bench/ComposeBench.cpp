@@ -198,6 +198,7 @@ class ShiftedMovie : public FrameSource {
 public:
     ShiftedMovie(double shift, bool regions) : movie_(screenMovie(), 0, 2), shift_(shift), regions_(regions) {}
     const QImage* frame(double t) override { return movie_.frame(t - shift_); }
+    const Yuv420View* planarFrame(double t) override { return movie_.planarFrame(t - shift_); }
     void setRegionOfInterest(const Rect& unit) override {
         if (regions_) movie_.setRegionOfInterest(unit);
     }
@@ -209,30 +210,41 @@ private:
 };
 
 // Decoding, converting and composing one second of frames in turn, as the export does. Arguments:
-// the take's second (5: zoomed in, 1: whole source) and whether only the shown region is converted.
+// the take's second (5: zoomed in, 1: whole source), whether only the shown region is converted,
+// and whether the frame is composed in the encoder's planar form (what the movie export does).
 void BM_DecodeAndCompose(benchmark::State& state) {
     ensureGuiApplication();
     const double start = double(state.range(0));
-    const bool regions = state.range(1) != 0;
-    auto source = std::make_unique<ShiftedMovie>(start, regions);
-    auto composer = std::make_unique<FrameComposer>(busyTake(false), std::vector<FrameSource*>{source.get()});
-    composer->composeOutputFrame(start);
+    const bool regions = state.range(1) != 0, planar = state.range(2) != 0;
+    std::unique_ptr<ShiftedMovie> source;
+    std::unique_ptr<FrameComposer> composer;
+    auto compose = [&](double t) { return planar ? composer->composeOutputPlanar(t) : composer->composeOutputFrame(t); };
+    auto restart = [&] {
+        source = std::make_unique<ShiftedMovie>(start, regions);
+        composer = std::make_unique<FrameComposer>(busyTake(false), std::vector<FrameSource*>{source.get()});
+        compose(start);
+    };
+    restart();
     int k = 1;
     ProcessCpu cpu(state);
     for (auto _ : state) {
         if (k == 60) {
             state.PauseTiming();
-            source = std::make_unique<ShiftedMovie>(start, regions);
-            composer = std::make_unique<FrameComposer>(busyTake(false), std::vector<FrameSource*>{source.get()});
-            composer->composeOutputFrame(start);
+            restart();
             k = 1;
             state.ResumeTiming();
         }
-        benchmark::DoNotOptimize(composer->composeOutputFrame(start + k++ / 60.0));
+        benchmark::DoNotOptimize(compose(start + k++ / 60.0));
     }
-    state.SetLabel(regions ? "shown region converted" : "whole picture converted");
+    state.SetLabel(planar ? "planar" : regions ? "shown region converted" : "whole picture converted");
 }
-BENCHMARK(BM_DecodeAndCompose)->Args({5, 1})->Args({5, 0})->Args({1, 1})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DecodeAndCompose)
+    ->Args({5, 1, 0})
+    ->Args({5, 0, 0})
+    ->Args({1, 1, 0})
+    ->Args({5, 1, 1})
+    ->Args({1, 1, 1})
+    ->Unit(benchmark::kMillisecond);
 
 void BM_BuildStatics(benchmark::State& state) {
     ensureGuiApplication();
