@@ -3,6 +3,7 @@
 // Frame sources and small pieces of edit shared by the composition tests.
 
 #include "Model/EditSettings.h"
+#include "Model/Transcript.h"
 #include "Render/FrameSource.h"
 #include "Render/PlanarPicture.h"
 
@@ -69,6 +70,18 @@ inline ZoomSegment zoomOn(double level, Point target, double start, double end) 
     zoom.level = level;
     zoom.target = target;
     return zoom;
+}
+
+// A transcript whose one cue, a caption below the video, shows from `start` to `end`.
+inline Transcript oneCaption(double start, double end) {
+    Transcript transcript;
+    transcript.locale = "en_US";
+    TranscriptCue cue;
+    cue.text = "A caption below the video";
+    cue.start = start;
+    cue.end = end;
+    transcript.cues = {cue};
+    return transcript;
 }
 
 }  // namespace halvane::test

@@ -64,14 +64,7 @@ CompositionInput busyTake() {
     }
     input.events.keys.push_back({1.2, "s", modifierCommand});
     input.events.keys.push_back({4.2, "k", modifierCommand});
-    Transcript transcript;
-    transcript.locale = "en_US";
-    TranscriptCue cue;
-    cue.text = "A caption below the video";
-    cue.start = 1;
-    cue.end = 5;
-    transcript.cues = {cue};
-    input.transcript = transcript;
+    input.transcript = test::oneCaption(1, 5);
     return input;
 }
 

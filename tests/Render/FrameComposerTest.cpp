@@ -219,14 +219,7 @@ CompositionInput withPassingOverlays(CompositionInput input) {
     input.settings.captionsEnabled = true;
     input.settings.showKeystrokes = true;
     input.events.keys.push_back({1.4, "s", modifierCommand});
-    Transcript transcript;
-    transcript.locale = "en_US";
-    TranscriptCue cue;
-    cue.text = "A caption below the video";
-    cue.start = 1;
-    cue.end = 2;
-    transcript.cues = {cue};
-    input.transcript = transcript;
+    input.transcript = test::oneCaption(1, 2);
     return input;
 }
 
