@@ -225,12 +225,12 @@ void FrameComposer::applyMasks(QImage& picture, double t, const Rect& visible, c
         QRect region = toTopLeftPixels(onCanvas, int(height())).intersected(picture.rect());
         if (region.isEmpty()) continue;
         if (mask.style == MaskStyle::pixelate) {
+            const double cell = std::max(k * 0.02, 6.0);
             // Cells crossing the region's edge take their mean over pixels outside it too.
-            const int cell = int(std::ceil(std::max(k * 0.02, 6.0)));
-            willDraw(region.adjusted(-cell, -cell, cell, cell));
+            const int reach = int(std::ceil(cell));
+            willDraw(region.adjusted(-reach, -reach, reach, reach));
             // Cells start at the rectangle's lower-left corner.
-            pixellate(picture, std::max(k * 0.02, 6.0), toTopLeft(Point{onCanvas.minX(), onCanvas.minY()}, height()),
-                      region);
+            pixellate(picture, cell, toTopLeft(Point{onCanvas.minX(), onCanvas.minY()}, height()), region);
         } else {
             double sigma = sigmaForFilterRadius(std::max(k * 0.012, 3.0));
             int margin = int(std::ceil(sigma * 3));

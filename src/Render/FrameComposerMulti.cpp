@@ -156,10 +156,10 @@ QImage FrameComposer::composeMultiFrame(double t) {
             shadow = &placedArt(art.shadow, card.shadow,
                                 QRectF(q.left() - card.shadowMargin * sx, q.top() - card.shadowMargin * sy,
                                        card.shadow.width() * sx, card.shadow.height() * sy));
+            willDraw(QRectF(shadow->topLeft, QSizeF(shadow->image.size())));
             QPainter p(&canvas);
             p.setOpacity(std::clamp(1 - place.lift, 0.0, 1.0));
             p.drawImage(shadow->topLeft, shadow->image);
-            willDraw(QRectF(shadow->topLeft, QSizeF(shadow->image.size())));
         }
         const PlacedArt* border = nullptr;
         if (!card.border.isNull())
@@ -213,8 +213,8 @@ QImage FrameComposer::composeMultiFrame(double t) {
             p.setOpacity(std::max(1 - place.dim, 0.0));
             p.drawImage(border->topLeft, border->image);
         }
-        QPainter(&canvas).drawImage(layerBox.topLeft(), cardLayer_, layerBox);
         willDraw(layerBox);
+        QPainter(&canvas).drawImage(layerBox.topLeft(), cardLayer_, layerBox);
         if (place.lift > 0.0001) {
             // The card over its unfaded shadow, laid over everything once all cards stand.
             QRect area = layerBox;
@@ -229,10 +229,10 @@ QImage FrameComposer::composeMultiFrame(double t) {
         }
     }
     if (!liftedArea.isEmpty()) {
+        willDraw(liftedArea);
         QPainter p(&canvas);
         p.setOpacity(std::min(liftedAlpha, 1.0));
         p.drawImage(liftedArea.topLeft(), liftedLayer_, liftedArea);
-        willDraw(liftedArea);
     }
     composeCanvasOverlays(canvas, t, state);
     QImage picture = canvases_.release(slot, drawn_);
