@@ -74,6 +74,13 @@ std::vector<TextSample> samples(TextTheme theme, int size) {
             renderParagraph(width, height, theme, size, seed + 200)};
 }
 
+// HALVANE_BENCH_SHOW_TEXT=1 prints what was read against what was drawn, to find error sources.
+void showMisread(const TextSample& sample, const std::string& text, double rate) {
+    if (std::getenv("HALVANE_BENCH_SHOW_TEXT") && rate > 0)
+        std::fprintf(stderr, "== %s CER %.2f%%\n-- expected:\n%s\n-- read:\n%s\n", sample.name.c_str(), 100 * rate,
+                     sample.expected.c_str(), text.c_str());
+}
+
 template <class Read>
 void errorRate(benchmark::State& state, Read read) {
     ensureApplication();
@@ -87,10 +94,7 @@ void errorRate(benchmark::State& state, Read read) {
             std::string text = read(sample.image);
             double rate = characterErrorRate(text, sample.expected);
             sum += rate;
-            // HALVANE_BENCH_SHOW_TEXT=1 prints what was read against what was drawn, to find error sources.
-            if (std::getenv("HALVANE_BENCH_SHOW_TEXT") && rate > 0)
-                std::fprintf(stderr, "== %s CER %.2f%%\n-- expected:\n%s\n-- read:\n%s\n", sample.name.c_str(), 100 * rate,
-                             sample.expected.c_str(), text.c_str());
+            showMisread(sample, text, rate);
         }
     }
     state.counters["CER%"] = 100 * sum / set.size();
@@ -189,8 +193,10 @@ void BM_ScreenshotStages(benchmark::State& state) {
         detectionCpu += process() - startCpu;
         boxes = PaddleOCR::boxes(map, size.width, size.height, size.width, Size{double(image.width()), double(image.height())});
         start = wall(), startCpu = process();
-        rate = characterErrorRate(paddle().read(image), sample.expected);
+        std::string text = paddle().read(image);
         total += wall() - start;
+        rate = characterErrorRate(text, sample.expected);
+        showMisread(sample, text, rate);
         totalCpu += process() - startCpu;
     }
     double n = static_cast<double>(state.iterations());

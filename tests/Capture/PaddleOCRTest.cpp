@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include <cmath>
 
 using namespace halvane;
@@ -64,6 +66,26 @@ TEST(PaddleOCRSizes, LineWidthKeepsTheAspectAndPadsShortLines) {
     EXPECT_EQ(PaddleOCR::lineWidth(100000, 24), (PaddleOCR::LineWidth{8192, 8192}));
     EXPECT_EQ(PaddleOCR::lineWidth(243, 24), (PaddleOCR::LineWidth{486, 488}));
     EXPECT_EQ(PaddleOCR::lineWidth(0, 0), (PaddleOCR::LineWidth{48, 320}));
+}
+
+// Every canvas fits its read width, which the recogniser accepts (a multiple of 8), is at most an
+// eighth wider, and is one of few.
+TEST(PaddleOCRSizes, RecognizerWidthsHoldTheCanvasInFewSteps) {
+    EXPECT_EQ(PaddleOCR::recognizerWidth(0), 320);
+    EXPECT_EQ(PaddleOCR::recognizerWidth(320), 320);
+    EXPECT_EQ(PaddleOCR::recognizerWidth(328), 352);
+    EXPECT_EQ(PaddleOCR::recognizerWidth(1024), 1024);
+    EXPECT_EQ(PaddleOCR::recognizerWidth(1032), 1152);
+    EXPECT_EQ(PaddleOCR::recognizerWidth(8192), 8192);
+    std::set<int> widths;
+    for (int canvas = 320; canvas <= 8192; canvas += 8) {
+        int width = PaddleOCR::recognizerWidth(canvas);
+        ASSERT_GE(width, canvas);
+        ASSERT_EQ(width % 8, 0);
+        ASSERT_LE(width, canvas + canvas / 8) << canvas;
+        widths.insert(width);
+    }
+    EXPECT_LE(widths.size(), 50u);
 }
 
 TEST(PaddleOCRBoxes, FindsRegionsUnclipsThemAndScalesToTheSource) {

@@ -48,13 +48,6 @@ TEST_F(PaddleTextReaderTest, ReadsLargeTextAndALabelTurnedAQuarter) {
     EXPECT_EQ(reader().read(turned.image), "Vertical label 42");
 }
 
-// The line reads run single-threaded nets; the detector of the next read needs OpenCV's pool back.
-TEST_F(PaddleTextReaderTest, LeavesOpenCVsThreadCountAsItFoundIt) {
-    int before = cv::getNumThreads();
-    reader().read(renderParagraph(480, 120, TextTheme::light, 16, 7).image);
-    EXPECT_EQ(cv::getNumThreads(), before);
-}
-
 TEST_F(PaddleTextReaderTest, FragmentsAreNormalisedWithTheOriginBottomLeft) {
     QImage image(400, 200, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::white);

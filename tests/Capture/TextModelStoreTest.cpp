@@ -173,11 +173,11 @@ TEST(TextModelStoreUrl, OnlyHttpUrlsWithAHostReplaceTheDefaultBase) {
 
 TEST(TextModelStoreInstall, RemovesStaleInstallsAndStagingLeftovers) {
     TemporaryDirectory root;
-    for (const char* name : {"pp-ocrv3-old", ".staging-ABC", "pp-ocrv4-mobile-v1"}) fs::create_directories(root / name);
-    TextModelStore::removeStaleInstalls(root.path(), "pp-ocrv4-mobile-v1");
+    for (const char* name : {"pp-ocrv3-old", ".staging-ABC", "pp-ocrv4-mobile-v2"}) fs::create_directories(root / name);
+    TextModelStore::removeStaleInstalls(root.path(), "pp-ocrv4-mobile-v2");
     std::vector<std::string> left;
     for (const auto& entry : fs::directory_iterator(root.path())) left.push_back(entry.path().filename().string());
-    EXPECT_EQ(left, std::vector<std::string>{"pp-ocrv4-mobile-v1"});
+    EXPECT_EQ(left, std::vector<std::string>{"pp-ocrv4-mobile-v2"});
 }
 
 TEST(TextModelStoreInstall, TheCommittedArchiveMatchesTheReleaseRecord) {

@@ -1,5 +1,7 @@
 #include "Capture/TextReading/TextReadWorker.h"
 
+#include "Capture/TextReading/PaddleTextReader.h"
+
 #include "TextModelsForTests.h"
 #include "support/GuiApplication.h"
 #include "support/TemporaryDirectory.h"
@@ -113,7 +115,7 @@ TEST_F(TextReadWorkerTest, ASlowWorkerTimesOutAndAnEmptyReplyIsNoText) {
 
 TEST_F(TextReadWorkerTest, ADamagedModelFolderIsAClearErrorAndLeavesNoJobFolder) {
     fs::create_directories(scratch / "damaged");
-    std::ofstream(scratch / "damaged" / "Detector.onnx") << "not a model";
+    std::ofstream(scratch / "damaged" / PaddleTextReader::detectorFile) << "not a model";
     TextReadWorker worker(HALVANE_CLI, jobs());
     try {
         worker.read(label("Damaged"), scratch / "damaged");

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::string release = "pp-ocrv4-mobile-v1";
+const std::string release = "pp-ocrv4-mobile-v2";
 
 std::string committedArchive() {
     std::ifstream in(fs::path(HALVANE_SOURCE_DIR) / "resources/text-models" / (release + ".tar.zst"), std::ios::binary);

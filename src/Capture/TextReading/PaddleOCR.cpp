@@ -161,6 +161,14 @@ PaddleOCR::LineWidth PaddleOCR::lineWidth(double cropWidth, double cropHeight) {
     return {content, canvas};
 }
 
+int PaddleOCR::recognizerWidth(int canvas) {
+    constexpr int narrowest = 320, widest = 8192;
+    if (canvas <= narrowest) return narrowest;
+    int step = 8;
+    while (step * 16 <= canvas) step *= 2;
+    return std::min(widest, (canvas + step - 1) / step * step);
+}
+
 std::vector<PaddleOCR::Glyph> PaddleOCR::decode(std::span<const std::int64_t> indices, std::span<const float> scores,
                                                 const std::vector<std::string>& characters) {
     std::vector<Glyph> glyphs;

@@ -82,6 +82,10 @@ struct PaddleOCR {
     static std::vector<Box> boxes(std::span<const std::uint16_t> values, int width, int height, int rowStride,
                                   Size source);
     static LineWidth lineWidth(double cropWidth, double cropHeight);
+    // The width a line canvas is read at: one of a few, in steps of at most an eighth of the
+    // canvas (32 columns below 512, then 64, 128, ...), so that the recogniser's convolutions, which
+    // are set up for each input width, are set up once for many lines.
+    static int recognizerWidth(int canvas);
     // Greedy CTC: class 0 is the blank, class i is characters[i - 1].
     static std::vector<Glyph> decode(std::span<const std::int64_t> indices, std::span<const float> scores,
                                      const std::vector<std::string>& characters);

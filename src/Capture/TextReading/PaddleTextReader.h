@@ -1,15 +1,14 @@
 #pragma once
 
 #include "Capture/TextReading/PaddleOCR.h"
+#include "Capture/TextReading/TextNets.h"
 #include "Capture/TextReading/TextRecognizer.h"
-
-#include <opencv2/dnn.hpp>
 
 #include <QImage>
 
 #include <filesystem>
+#include <functional>
 #include <memory>
-#include <mutex>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -22,16 +21,13 @@ namespace halvane {
 class PaddleTextReader {
 public:
     // The files of a release, relative to its folder.
-    static constexpr const char* detectorFile = "Detector.onnx";
-    static constexpr const char* recognizerFile = "Recognizer.onnx";
+    static constexpr const char* detectorFile = "Detector.pt";
+    static constexpr const char* recognizerFile = "Recognizer.pt";
     static constexpr const char* charactersFile = "characters.json";
     static constexpr int maximumConcurrentLines = 4;
 
-    // The model files' bytes: nets are built from them as needed, since a net keeps the layer
-    // shapes of its first input and each concurrent line read needs a net of its own.
     struct Models {
-        std::vector<unsigned char> detectorBytes;
-        std::vector<unsigned char> recognizerBytes;
+        std::unique_ptr<TextNets> nets;  // the detector and the recogniser
         std::vector<std::string> characters;
     };
 
@@ -42,10 +38,12 @@ public:
     explicit PaddleTextReader(Models models);
     ~PaddleTextReader();
 
-    // Runs both models once at their usual sizes, so that the first read pays no set-up.
-    void warmUp();
+    // Runs both models once at their usual sizes (the full tile, line canvases up to
+    // `warmLineWidth`), so that the first read pays no set-up; stops early once `enough` says so.
+    void warmUp(const std::function<bool()>& enough = {});
+    static constexpr int warmLineWidth = 2048;
 
-    // The text in reading order. Throws PaddleOCR::ReadError, or cv::Exception from a prediction.
+    // The text in reading order. Throws PaddleOCR::ReadError, or std::runtime_error from a prediction.
     std::string read(const QImage& image, std::stop_token stop = {});
     std::vector<TextRecognizer::Fragment> readFragments(const QImage& image, std::stop_token stop = {});
 
@@ -53,19 +51,10 @@ public:
     std::vector<std::uint16_t> detect(const QImage& image, PaddleOCR::Extent size, std::stop_token stop);
 
 private:
-    class RecognizerPool;
-
-    std::optional<PaddleOCR::Line> readLine(const QImage& image, const PaddleOCR::Box& box, cv::dnn::Net& recognizer);
-    std::vector<PaddleOCR::Glyph> recognize(const QImage& crop, bool rotated, cv::dnn::Net& recognizer) const;
-
-    // `count` detector nets for a tile size (handles to the kept ones), one per concurrent tile.
-    std::vector<cv::dnn::Net> detectorsFor(PaddleOCR::Extent tile, size_t count);
+    std::optional<PaddleOCR::Line> readLine(const QImage& image, const PaddleOCR::Box& box);
+    std::vector<PaddleOCR::Glyph> recognize(const QImage& crop, bool rotated);
 
     Models models_;
-    std::unique_ptr<RecognizerPool> recognizers_;
-    // Detector nets per tile size, most recently used first: a net set up for one size is set up
-    // again (buffers, fused layers) when it is given another.
-    std::vector<std::pair<PaddleOCR::Extent, std::vector<cv::dnn::Net>>> detectors_;
 };
 
 }  // namespace halvane

@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 
 // The archive that scripts/build-text-models makes; resources/text-models holds the same record.
 const TextModelStore::Release TextModelStore::release{
-    "pp-ocrv4-mobile-v1", 14359596, "143d0bd2b3cff7363e2525977dd77baa9821efbeae3c795d4e04d5120e239991"};
+    "pp-ocrv4-mobile-v2", 14339884, "6c80b67f1a64cf0a9d8c23005bdc099464bde4b436042bfb0baef3d457d30d12"};
 
 namespace {
 

@@ -19,7 +19,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <opencv2/core.hpp>
 
 #include <cerrno>
 #include <cstdio>
@@ -415,7 +414,7 @@ void TextReadWorker::runRequestedInvocationAndExit(const std::string& modelDirec
         reader = PaddleTextReader::load(modelDirectory);
         // A prepared worker waits for its request and sets the nets up meanwhile; a worker
         // started for a read that already waits would only spend time on sizes it may not use.
-        if (!requestWaiting()) reader->warmUp();
+        reader->warmUp(requestWaiting);
     } catch (const std::exception& e) {
         if (!reader) loadError = e.what();
     }
