@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <fstream>
 
 using namespace halvane;
@@ -46,6 +47,15 @@ TEST_F(PaddleTextReaderTest, ReadsLargeTextAndALabelTurnedAQuarter) {
     expectReads(reader(), renderParagraph(700, 150, TextTheme::dark, 32, 5), 0.01);
     TextSample turned = renderTurnedLabel("Vertical label 42", TextTheme::light, 18);
     EXPECT_EQ(reader().read(turned.image), "Vertical label 42");
+}
+
+// A prepared worker warms up until its request arrives, then reads at once.
+TEST_F(PaddleTextReaderTest, WarmingUpStopsWhenARequestWaitsAndTheReaderStillReads) {
+    std::atomic<int> asked = 0;
+    EXPECT_NO_THROW(reader().warmUp([&] { return ++asked > 3; }));
+    EXPECT_GE(asked, 4);
+    EXPECT_LT(asked, 8);  // each line width asks first; there are over twenty
+    expectReads(reader(), renderForm(560, 240, TextTheme::light, 16, 1), 0.01);
 }
 
 TEST_F(PaddleTextReaderTest, FragmentsAreNormalisedWithTheOriginBottomLeft) {

@@ -157,7 +157,10 @@ void PaddleTextReader::warmUp(const std::function<bool()>& enough) {
         widths.push_back(width);
     std::stop_source stop;
     forEachOnCores(widths.size(), coreThreads(), stop.get_token(), [&](size_t index) {
-        if (enough && enough()) return stop.request_stop();
+        if (enough && enough()) {
+            stop.request_stop();
+            return;
+        }
         std::vector<float> line = pixelsOf(canvas(widths[index], PaddleOCR::lineHeight, QColor(128, 128, 128)));
         models_.nets->recognize(line.data(), 1, widths[index]);
     });
