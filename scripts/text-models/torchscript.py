@@ -258,117 +258,120 @@ class OnnxGraph(torch.nn.Module):
 # elementwise node is a pass of its own, and in these models most are scalings that a convolution
 # can absorb.
 
-def fold_into_convolutions(graph):
+def until_unchanged(rewrite):
+    """Runs `rewrite(graph, readers, producers)`, which changes at most one place and says whether
+    it did, until it finds nothing more to change."""
+    def run(graph):
+        while rewrite(graph, graph.consumers(), graph.producers()):
+            pass
+    return run
+
+
+def conv_weights(graph, conv):
+    w = graph.constants[conv.inputs[1]]
+    return w, graph.constants[conv.inputs[2]] if len(conv.inputs) > 2 else np.zeros(w.shape[0], np.float32)
+
+
+@until_unchanged
+def fold_into_convolutions(graph, readers, producers):
     """A BatchNormalization, or a Mul or Add by a scalar, that is the only reader of a convolution's
     output becomes part of that convolution's weights and bias."""
-    changed = True
-    while changed:
-        changed = False
-        readers, producers = graph.consumers(), graph.producers()
-        for node in graph.nodes:
-            conv = producers.get(node.inputs[0]) if node.inputs else None
-            if node.op in ("Mul", "Add") and conv is None:
-                conv = producers.get(node.inputs[1])
-            if conv is None or conv.op != "Conv" or len(readers[conv.outputs[0]]) != 1:
+    for node in graph.nodes:
+        conv = producers.get(node.inputs[0]) if node.inputs else None
+        if node.op in ("Mul", "Add") and conv is None:
+            conv = producers.get(node.inputs[1])
+        if conv is None or conv.op != "Conv" or len(readers[conv.outputs[0]]) != 1:
+            continue
+        w, b = conv_weights(graph, conv)
+        if node.op == "BatchNormalization":
+            scale, bias, mean, var = (graph.constants[n] for n in node.inputs[1:5])
+            factor = scale / np.sqrt(var + node.attrs.get("epsilon", 1e-5))
+            w, b = w * factor.reshape(-1, 1, 1, 1), (b - mean) * factor + bias
+        elif node.op in ("Mul", "Add"):
+            other = [n for n in node.inputs if n != conv.outputs[0]]
+            value = graph.per_channel(other[0], w.shape[0]) if len(other) == 1 else None
+            if value is None:
                 continue
-            w = graph.constants[conv.inputs[1]]
-            b = graph.constants[conv.inputs[2]] if len(conv.inputs) > 2 else np.zeros(w.shape[0], np.float32)
-            if node.op == "BatchNormalization":
-                scale, bias, mean, var = (graph.constants[n] for n in node.inputs[1:5])
-                factor = scale / np.sqrt(var + node.attrs.get("epsilon", 1e-5))
-                w, b = w * factor.reshape(-1, 1, 1, 1), (b - mean) * factor + bias
-            elif node.op in ("Mul", "Add"):
-                other = [n for n in node.inputs if n != conv.outputs[0]]
-                value = graph.per_channel(other[0], w.shape[0]) if len(other) == 1 else None
-                if value is None:
-                    continue
-                w, b = (w * value.reshape(-1, 1, 1, 1), b * value) if node.op == "Mul" else (w, b + value)
-            else:
-                continue
-            conv.inputs[1:] = [graph.constant(w, "weights"), graph.constant(b, "bias")]
-            conv.outputs[0] = node.outputs[0]
-            graph.nodes.remove(node)
-            changed = True
-            break
+            w, b = (w * value.reshape(-1, 1, 1, 1), b * value) if node.op == "Mul" else (w, b + value)
+        else:
+            continue
+        conv.inputs[1:] = [graph.constant(w, "weights"), graph.constant(b, "bias")]
+        conv.outputs[0] = node.outputs[0]
+        graph.nodes.remove(node)
+        return True
+    return False
 
 
 def unpadded(conv):
     return not any(conv.attrs.get("pads", [0]))
 
 
-def fold_scaling_into_readers(graph):
+@until_unchanged
+def fold_scaling_into_readers(graph, readers, producers):
     """x * s + c (either step may be missing) read only by convolutions becomes part of their
     weights and bias. With zero padding the border would see c instead of 0, so c moves only into
     unpadded convolutions; s moves into any (a scaled zero stays zero)."""
-    changed = True
-    while changed:
-        changed = False
-        readers, producers = graph.consumers(), graph.producers()
-        for last in graph.nodes:
-            if last.op not in ("Mul", "Add"):
-                continue
-            values = [graph.scalar(n) for n in last.inputs]
-            if values.count(None) != 1:
-                continue
-            steps = [last]
-            source = last.inputs[values.index(None)]
-            first = producers.get(source)
-            if last.op == "Add" and first is not None and first.op == "Mul" and len(readers[source]) == 1:
-                first_values = [graph.scalar(n) for n in first.inputs]
-                if first_values.count(None) == 1:
-                    steps.insert(0, first)
-                    source = first.inputs[first_values.index(None)]
-            scale = next((graph.scalar(n) for s in steps if s.op == "Mul" for n in s.inputs if graph.scalar(n) is not None), 1.0)
-            shift = next((graph.scalar(n) for s in steps if s.op == "Add" for n in s.inputs if graph.scalar(n) is not None), 0.0)
-            convs = readers[last.outputs[0]]
-            if not all(c is not None and c.op == "Conv" and c.inputs[0] == last.outputs[0] for c in convs):
-                continue
-            if shift != 0.0 and not all(unpadded(c) for c in convs):
-                continue
-            for conv in convs:
-                w = graph.constants[conv.inputs[1]]
-                b = graph.constants[conv.inputs[2]] if len(conv.inputs) > 2 else np.zeros(w.shape[0], np.float32)
-                conv.inputs[:] = [source, graph.constant(w * scale, "weights"),
-                                  graph.constant(b + shift * w.sum(axis=(1, 2, 3)), "bias")]
-            for step in steps:
-                graph.nodes.remove(step)
-            changed = True
-            break
+    for last in graph.nodes:
+        if last.op not in ("Mul", "Add"):
+            continue
+        values = [graph.scalar(n) for n in last.inputs]
+        if values.count(None) != 1:
+            continue
+        steps = [last]
+        source = last.inputs[values.index(None)]
+        first = producers.get(source)
+        if last.op == "Add" and first is not None and first.op == "Mul" and len(readers[source]) == 1:
+            first_values = [graph.scalar(n) for n in first.inputs]
+            if first_values.count(None) == 1:
+                steps.insert(0, first)
+                source = first.inputs[first_values.index(None)]
+        scale = next((graph.scalar(n) for s in steps if s.op == "Mul" for n in s.inputs if graph.scalar(n) is not None), 1.0)
+        shift = next((graph.scalar(n) for s in steps if s.op == "Add" for n in s.inputs if graph.scalar(n) is not None), 0.0)
+        convs = readers[last.outputs[0]]
+        if not all(c is not None and c.op == "Conv" and c.inputs[0] == last.outputs[0] for c in convs):
+            continue
+        if shift != 0.0 and not all(unpadded(c) for c in convs):
+            continue
+        for conv in convs:
+            w, b = conv_weights(graph, conv)
+            conv.inputs[:] = [source, graph.constant(w * scale, "weights"),
+                              graph.constant(b + shift * w.sum(axis=(1, 2, 3)), "bias")]
+        for step in steps:
+            graph.nodes.remove(step)
+        return True
+    return False
 
 
-def channel_steps_before_rearrangement(graph):
+@until_unchanged
+def channel_steps_before_rearrangement(graph, readers, producers):
     """Per-channel steps after a DepthToSpace (adding a channel's constant, batch normalisation, an
     activation) move before it, their constants repeated per block, where the convolution that
     feeds it can absorb them."""
-    changed = True
-    while changed:
-        changed = False
-        readers, producers = graph.consumers(), graph.producers()
-        for node in graph.nodes:
-            d2s = producers.get(node.inputs[0]) if node.inputs else None
-            if d2s is None or d2s.op != "DepthToSpace" or len(readers[d2s.outputs[0]]) != 1:
-                continue
-            block = d2s.attrs["blocksize"] ** 2
-            conv = producers.get(d2s.inputs[0])
-            channels = graph.constants[conv.inputs[1]].shape[0] // block if conv is not None and conv.op == "Conv" else None
-            if node.op in ("Relu", "Sigmoid"):
-                moved = Node(node.op, [d2s.inputs[0]], [node.outputs[0] + "_blocks"])
-            elif node.op == "Add" and channels and graph.per_channel(node.inputs[1], channels) is not None:
-                repeated = np.repeat(graph.per_channel(node.inputs[1], channels), block).reshape(1, -1, 1, 1)
-                moved = Node("Add", [d2s.inputs[0], graph.constant(repeated, "shift")], [node.outputs[0] + "_blocks"])
-            elif node.op == "BatchNormalization":
-                moved = Node(node.op, [d2s.inputs[0]] + [graph.constant(np.repeat(graph.constants[n], block), "norm")
-                                                        for n in node.inputs[1:5]],
-                             [node.outputs[0] + "_blocks"], node.attrs)
-            else:
-                continue
-            at = graph.nodes.index(d2s)
-            d2s.inputs[0] = moved.outputs[0]
-            d2s.outputs[0] = node.outputs[0]
-            graph.nodes.remove(node)
-            graph.nodes.insert(at, moved)
-            changed = True
-            break
+    for node in graph.nodes:
+        d2s = producers.get(node.inputs[0]) if node.inputs else None
+        if d2s is None or d2s.op != "DepthToSpace" or len(readers[d2s.outputs[0]]) != 1:
+            continue
+        block = d2s.attrs["blocksize"] ** 2
+        conv = producers.get(d2s.inputs[0])
+        channels = graph.constants[conv.inputs[1]].shape[0] // block if conv is not None and conv.op == "Conv" else None
+        if node.op in ("Relu", "Sigmoid"):
+            moved = Node(node.op, [d2s.inputs[0]], [node.outputs[0] + "_blocks"])
+        elif node.op == "Add" and channels and graph.per_channel(node.inputs[1], channels) is not None:
+            repeated = np.repeat(graph.per_channel(node.inputs[1], channels), block).reshape(1, -1, 1, 1)
+            moved = Node("Add", [d2s.inputs[0], graph.constant(repeated, "shift")], [node.outputs[0] + "_blocks"])
+        elif node.op == "BatchNormalization":
+            moved = Node(node.op, [d2s.inputs[0]] + [graph.constant(np.repeat(graph.constants[n], block), "norm")
+                                                    for n in node.inputs[1:5]],
+                         [node.outputs[0] + "_blocks"], node.attrs)
+        else:
+            continue
+        at = graph.nodes.index(d2s)
+        d2s.inputs[0] = moved.outputs[0]
+        d2s.outputs[0] = node.outputs[0]
+        graph.nodes.remove(node)
+        graph.nodes.insert(at, moved)
+        return True
+    return False
 
 
 def gates_with_residual(graph):
