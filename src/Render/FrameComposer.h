@@ -14,6 +14,7 @@
 #include "Render/CursorArt.h"
 #include "Render/FrameSource.h"
 #include "Render/LiquidGlass.h"
+#include "Render/Resampling.h"
 
 #include <QImage>
 #include <QPainterPath>
@@ -234,6 +235,7 @@ private:
         std::vector<uint8_t> lumaCoverage, chromaCoverage;
     };
     PlanarEdges planarEdges_;
+    PlaneScaler planeScalers_[3];
     // Multi-source frames: each card's scaled shadow, mask and border, kept while the card stands
     // still, and two canvas-sized layers reused for every card (only the card's area is used).
     struct CardArt {

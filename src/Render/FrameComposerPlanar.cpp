@@ -30,6 +30,17 @@ QRectF pixelsOf(const Rect& window, double width, double height) {
 
 QRectF halvedRect(const QRectF& r) { return QRectF(r.x() / 2, r.y() / 2, r.width() / 2, r.height() / 2); }
 
+// d × coverage + plate × (1 − coverage), coverage in 255ths.
+inline uint8_t blendedByte(uint8_t d, uint8_t plate, uint8_t coverage) {
+    const int k = coverage + (coverage >> 7);
+    return uint8_t((d * k + plate * (256 - k) + 128) >> 8);
+}
+
+__attribute__((target_clones("avx2", "default")))
+void blendRun(uint8_t* d, const uint8_t* plate, const uint8_t* coverage, int count) {
+    for (int x = 0; x < count; ++x) d[x] = blendedByte(d[x], plate[x], coverage[x]);
+}
+
 }  // namespace
 
 QImage FrameComposer::composeOutputPlanar(double outputTime) {
@@ -85,15 +96,15 @@ void FrameComposer::drawVideoPlanar(QImage& planar, const Yuv420View& frame, con
     const QRectF source = pixelsOf(window, frame.width, frame.height);
     const auto planes = planarPlanes(planar);
     const int stride = int(planar.bytesPerLine());
-    resamplePlaneInto(planes[0], stride, box, PlaneView{frame.planes[0], frame.strides[0], frame.width, frame.height},
-                      source, target);
+    planeScalers_[0].scale(planes[0], stride, box, PlaneView{frame.planes[0], frame.strides[0], frame.width, frame.height},
+                           source, target);
     // Chroma samples stand for 2 × 2 blocks in both pictures: the same placement at half scale.
     const QRect chromaBox(box.left() / 2, box.top() / 2, box.width() / 2, box.height() / 2);
     const int chromaWidth = (frame.width + 1) / 2, chromaHeight = (frame.height + 1) / 2;
     for (int c = 1; c <= 2; ++c)
-        resamplePlaneInto(planes[size_t(c)], stride, chromaBox,
-                          PlaneView{frame.planes[size_t(c)], frame.strides[size_t(c)], chromaWidth, chromaHeight},
-                          halvedRect(source), halvedRect(target));
+        planeScalers_[c].scale(planes[size_t(c)], stride, chromaBox,
+                               PlaneView{frame.planes[size_t(c)], frame.strides[size_t(c)], chromaWidth, chromaHeight},
+                               halvedRect(source), halvedRect(target));
     blendPlanarEdges(planar);
 }
 
@@ -146,10 +157,13 @@ void FrameComposer::blendPlanarEdges(QImage& planar) {
             uint8_t* d = planes[size_t(plane)] + at;
             const uint8_t* p = plate.planes[size_t(plane)] + at;
             const uint8_t* c = coverage.data() + size_t(run.y) * size_t(width);
-            for (int x = run.from; x <= run.to; ++x) {
-                const int k = c[x] + (c[x] >> 7);
-                d[x] = uint8_t((d[x] * k + p[x] * (256 - k) + 128) >> 8);
+            const int count = run.to - run.from + 1;
+            // Most runs are the one or two pixels of a side edge: too short to be worth a call.
+            if (count >= 32) {
+                blendRun(d + run.from, p + run.from, c + run.from, count);
+                continue;
             }
+            for (int x = run.from; x <= run.to; ++x) d[x] = blendedByte(d[x], p[x], c[x]);
         }
     };
     const int w = statics_.videoMask.width();

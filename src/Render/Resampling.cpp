@@ -251,11 +251,12 @@ void mixPairsScalar(const uint8_t* row, const Taps& taps, int from, int count, u
 
 // The multiply-add takes its second operand as signed bytes, so the pixels are moved down by 128
 // and the weights, which sum to 128, bring that back as 128 × 128 in the rounding constant.
-__attribute__((target("ssse3"))) int mixPairsBlocks(const uint8_t* row, const PairBlocks& blocks, uint8_t* out) {
+// Blocks `from` to `to`; `row` is where the blocks' bases count from.
+__attribute__((target("ssse3"))) void mixPairsBlocks(const uint8_t* row, const PairBlocks& blocks, int from, int to,
+                                                     uint8_t* out) {
     const __m128i flip = _mm_set1_epi8(char(0x80));
     const __m128i bias = _mm_set1_epi16(128 * 128 + 64);
-    const int n = int(blocks.base.size());
-    for (int b = 0; b < n; ++b) {
+    for (int b = from; b < to; ++b) {
         const __m128i source = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + blocks.base[size_t(b)]));
         const __m128i order = _mm_loadu_si128(reinterpret_cast<const __m128i*>(blocks.shuffle.data() + 16 * b));
         const __m128i weight = _mm_loadu_si128(reinterpret_cast<const __m128i*>(blocks.weight.data() + 16 * b));
@@ -263,27 +264,74 @@ __attribute__((target("ssse3"))) int mixPairsBlocks(const uint8_t* row, const Pa
         const __m128i mixed = _mm_srli_epi16(_mm_add_epi16(_mm_maddubs_epi16(weight, pairs), bias), 7);
         _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 8 * b), _mm_packus_epi16(mixed, mixed));
     }
-    return 8 * n;
 }
 
-bool shufflesBytes() { return __builtin_cpu_supports("ssse3"); }
+// The same, two blocks at a time: the byte shuffle works within each 128-bit half, so each half
+// takes one block.
+__attribute__((target("avx2"))) void mixPairsBlocksAvx2(const uint8_t* row, const PairBlocks& blocks, int from,
+                                                        int to, uint8_t* out) {
+    const __m256i flip = _mm256_set1_epi8(char(0x80));
+    const __m256i bias = _mm256_set1_epi16(128 * 128 + 64);
+    int b = from;
+    for (; b + 2 <= to; b += 2) {
+        const __m256i source = _mm256_inserti128_si256(
+            _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(row + blocks.base[size_t(b)]))),
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + blocks.base[size_t(b + 1)])), 1);
+        const __m256i order = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(blocks.shuffle.data() + 16 * b));
+        const __m256i weight = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(blocks.weight.data() + 16 * b));
+        const __m256i pairs = _mm256_xor_si256(_mm256_shuffle_epi8(source, order), flip);
+        const __m256i mixed = _mm256_srli_epi16(_mm256_add_epi16(_mm256_maddubs_epi16(weight, pairs), bias), 7);
+        const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi16(mixed, mixed), 0x08);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8 * b), _mm256_castsi256_si128(packed));
+    }
+    mixPairsBlocks(row, blocks, b, to, out);
+}
+
+// 0: plain code only, 1: SSSE3, 2: AVX2 as well.
+int byteShuffleLevel() {
+    return __builtin_cpu_supports("avx2") ? 2 : __builtin_cpu_supports("ssse3") ? 1 : 0;
+}
 
 #else
 
-int mixPairsBlocks(const uint8_t*, const PairBlocks&, uint8_t*) { return 0; }
-bool shufflesBytes() { return false; }
+void mixPairsBlocks(const uint8_t*, const PairBlocks&, int, int, uint8_t*) {}
+void mixPairsBlocksAvx2(const uint8_t*, const PairBlocks&, int, int, uint8_t*) {}
+int byteShuffleLevel() { return 0; }
 
 #endif
 
 }  // namespace
 
-void resamplePlaneInto(uint8_t* destination, int destinationStride, const QRect& clip, const PlaneView& sourcePlane,
-                       const QRectF& sourceRect, const QRectF& targetRect) {
-    static const bool fast = shufflesBytes();
+// Everything about scaling one plane that depends only on the placement, kept while frames keep
+// the same placement (every frame of a still camera).
+struct PlaneScaler::Plan {
+    QRect clip;
+    QRectF sourceRect, targetRect;
+    int sourceWidth = 0, sourceHeight = 0;
+    Taps x, y;
+    PairBlocks blocks;
+    int spanFrom = 0, spanTo = 0, direct = 0, tailFrom = 0;
+    std::vector<uint8_t> span, rows;
+
+    bool fits(const QRect& c, const PlaneView& source, const QRectF& from, const QRectF& to) const {
+        return clip == c && sourceRect == from && targetRect == to && sourceWidth == source.width &&
+               sourceHeight == source.height;
+    }
+};
+
+PlaneScaler::PlaneScaler() = default;
+PlaneScaler::~PlaneScaler() = default;
+PlaneScaler::PlaneScaler(PlaneScaler&&) noexcept = default;
+PlaneScaler& PlaneScaler::operator=(PlaneScaler&&) noexcept = default;
+
+void PlaneScaler::scale(uint8_t* destination, int destinationStride, const QRect& clip, const PlaneView& sourcePlane,
+                        const QRectF& sourceRect, const QRectF& targetRect) {
+    static const int level = byteShuffleLevel();
     if (!destination || !sourcePlane.data || sourcePlane.width < 1 || sourcePlane.height < 1 || clip.isEmpty() ||
         !(targetRect.width() > 0) || !(targetRect.height() > 0) || !(sourceRect.width() > 0) ||
         !(sourceRect.height() > 0))
         return;
+    // A shrink by more than 2 halves the source first (box filter) until it is 2 or less.
     PlaneView source = sourcePlane;
     std::vector<uint8_t> halves;
     double fromX = sourceRect.x(), fromY = sourceRect.y();
@@ -296,42 +344,78 @@ void resamplePlaneInto(uint8_t* destination, int destinationStride, const QRect&
         if (halveWidth) fromX /= 2, stepX /= 2;
         if (halveHeight) fromY /= 2, stepY /= 2;
     }
+    if (!plan_ || !plan_->fits(clip, sourcePlane, sourceRect, targetRect))
+        plan_ = makePlan(clip, sourcePlane, sourceRect, targetRect, source, fromX, stepX, fromY, stepY, level);
+    Plan& plan = *plan_;
 
-    const int width = clip.width();
-    Taps x = tapsFor(clip.left(), width, fromX, stepX, targetRect.x(), source.width, 128);
-    const Taps y = tapsFor(clip.top(), clip.height(), fromY, stepY, targetRect.y(), source.height);
-    // Rows are read from a copy of the span the taps cover, padded so that every block's
-    // sixteen-byte load stays inside it; the taps are made relative to that span. A pair that
-    // would start on the last byte is moved back one with its weight flipped.
-    const int spanFrom = x.first.front(), spanTo = std::min(x.first.back() + 1, source.width - 1);
-    for (int k = 0; k < width; ++k) {
-        x.first[size_t(k)] -= spanFrom;
-        if (x.weight[size_t(k)] == 128) x.first[size_t(k)] += 1, x.weight[size_t(k)] = 0;
-    }
-    const PairBlocks blocks = fast ? pairBlocks(x, width) : PairBlocks{};
-    std::vector<uint8_t> span(size_t(spanTo - spanFrom + 1) + 32, 0);
-    std::vector<uint8_t> rows(size_t(width) * 2);
+    const int width = clip.width(), blockCount = int(plan.blocks.base.size());
     int rowIn[2] = {-1, -1};
+    auto mixBlocks = level == 2 ? mixPairsBlocksAvx2 : mixPairsBlocks;
     auto row = [&](int sourceRow) {
-        uint8_t* slot = rows.data() + size_t(sourceRow & 1) * size_t(width);
+        uint8_t* slot = plan.rows.data() + size_t(sourceRow & 1) * size_t(width);
         if (rowIn[sourceRow & 1] == sourceRow) return slot;
         const uint8_t* pixels = source.data + size_t(sourceRow) * size_t(source.stride);
-        std::memcpy(span.data(), pixels + spanFrom, size_t(spanTo - spanFrom + 1));
-        const int done = fast ? mixPairsBlocks(span.data(), blocks, slot) : 0;
-        mixPairsScalar(span.data(), x, done, width, slot);
+        if (level > 0) mixBlocks(pixels + plan.spanFrom, plan.blocks, 0, plan.direct, slot);
+        std::memcpy(plan.span.data() + (plan.tailFrom - plan.spanFrom), pixels + plan.tailFrom,
+                    size_t(plan.spanTo - plan.tailFrom + 1));
+        if (level > 0) mixBlocks(plan.span.data(), plan.blocks, plan.direct, blockCount, slot);
+        mixPairsScalar(plan.span.data(), plan.x, 8 * blockCount, width, slot);
         rowIn[sourceRow & 1] = sourceRow;
         return slot;
     };
     for (int k = 0; k < clip.height(); ++k) {
         uint8_t* out = destination + size_t(clip.top() + k) * size_t(destinationStride) + size_t(clip.left());
-        const uint32_t f = y.weight[size_t(k)];
-        const uint8_t* a = row(y.first[size_t(k)]);
+        const uint32_t f = plan.y.weight[size_t(k)];
+        const uint8_t* a = row(plan.y.first[size_t(k)]);
         if (f == 0) {
             std::memcpy(out, a, size_t(width));
             continue;
         }
-        mixBytes(out, a, row(y.second[size_t(k)]), uint16_t(f), width);
+        mixBytes(out, a, row(plan.y.second[size_t(k)]), uint16_t(f), width);
     }
+}
+
+std::unique_ptr<PlaneScaler::Plan> PlaneScaler::makePlan(const QRect& clip, const PlaneView& original,
+                                                         const QRectF& sourceRect, const QRectF& targetRect,
+                                                         const PlaneView& source, double fromX, double stepX,
+                                                         double fromY, double stepY, int level) {
+    auto plan = std::make_unique<Plan>();
+    plan->clip = clip;
+    plan->sourceRect = sourceRect;
+    plan->targetRect = targetRect;
+    plan->sourceWidth = original.width;
+    plan->sourceHeight = original.height;
+    const int width = clip.width();
+    Taps& x = plan->x;
+    x = tapsFor(clip.left(), width, fromX, stepX, targetRect.x(), source.width, 128);
+    plan->y = tapsFor(clip.top(), clip.height(), fromY, stepY, targetRect.y(), source.height);
+    // The taps count from the first byte any of them reads. A pair that would start on the last
+    // byte is moved on by one with its weight flipped, reading the zero padding after it.
+    const int spanFrom = x.first.front(), spanTo = std::min(x.first.back() + 1, source.width - 1);
+    for (int k = 0; k < width; ++k) {
+        x.first[size_t(k)] -= spanFrom;
+        if (x.weight[size_t(k)] == 128) x.first[size_t(k)] += 1, x.weight[size_t(k)] = 0;
+    }
+    plan->blocks = level > 0 ? pairBlocks(x, width) : PairBlocks{};
+    const int blockCount = int(plan->blocks.base.size());
+    // Blocks whose sixteen-byte load stays inside the row's own bytes read it where it is; the
+    // rest, and the plain tail, read a zero-padded copy of the row's end.
+    int direct = 0;
+    while (direct < blockCount && spanFrom + plan->blocks.base[size_t(direct)] + 16 <= source.width) ++direct;
+    const int tailFirst = direct < blockCount ? plan->blocks.base[size_t(direct)]
+                                              : (8 * blockCount < width ? x.first[size_t(8 * blockCount)] : 0);
+    plan->spanFrom = spanFrom;
+    plan->spanTo = spanTo;
+    plan->direct = direct;
+    plan->tailFrom = spanFrom + std::min(tailFirst, spanTo - spanFrom);
+    plan->span.assign(size_t(spanTo - spanFrom + 1) + 32, 0);
+    plan->rows.resize(size_t(width) * 2);
+    return plan;
+}
+
+void resamplePlaneInto(uint8_t* destination, int destinationStride, const QRect& clip, const PlaneView& source,
+                       const QRectF& sourceRect, const QRectF& targetRect) {
+    PlaneScaler().scale(destination, destinationStride, clip, source, sourceRect, targetRect);
 }
 
 }  // namespace halvane

@@ -9,6 +9,7 @@
 #include <QRectF>
 
 #include <cstdint>
+#include <memory>
 
 namespace halvane {
 
@@ -44,6 +45,26 @@ struct PlaneView {
 // Horizontal weights are in 128ths, vertical ones in 256ths.
 void resamplePlaneInto(uint8_t* destination, int destinationStride, const QRect& clip, const PlaneView& source,
                        const QRectF& sourceRect, const QRectF& targetRect);
+
+// resamplePlaneInto for a stream of frames: the taps, the byte shuffles and the buffers are kept
+// while the placement stays the same, as it does for every frame the camera holds still.
+class PlaneScaler {
+public:
+    PlaneScaler();
+    ~PlaneScaler();
+    PlaneScaler(PlaneScaler&&) noexcept;
+    PlaneScaler& operator=(PlaneScaler&&) noexcept;
+
+    void scale(uint8_t* destination, int destinationStride, const QRect& clip, const PlaneView& source,
+               const QRectF& sourceRect, const QRectF& targetRect);
+
+private:
+    struct Plan;
+    static std::unique_ptr<Plan> makePlan(const QRect& clip, const PlaneView& original, const QRectF& sourceRect,
+                                          const QRectF& targetRect, const PlaneView& source, double fromX, double stepX,
+                                          double fromY, double stepY, int level);
+    std::unique_ptr<Plan> plan_;
+};
 
 // The image at half its width and/or height, each pixel the mean of the 2 (or 4) it replaces; an
 // odd last column or row is averaged with itself.

@@ -59,8 +59,8 @@ CompositionInput busyTake() {
     for (double t = 0; t <= 10; t += 1.0 / 60)
         input.events.samples.push_back({t, 0.5 + 0.3 * std::sin(t), 0.5 + 0.3 * std::cos(t * 1.3)});
     for (double t : {1.0, 4.0, 6.0}) {
-        input.events.clicks.push_back({t, 0.5 + 0.3 * std::sin(t), 0.5 + 0.3 * std::cos(t * 1.3), 0, ClickPhase::down});
-        input.events.clicks.push_back({t + 0.1, 0.5 + 0.3 * std::sin(t), 0.5 + 0.3 * std::cos(t * 1.3), 0, ClickPhase::up});
+        input.events.clicks.push_back({t, 0.5 + 0.3 * std::sin(t), 0.5 + 0.3 * std::cos(t * 1.3), 0, ClickPhase::down, std::nullopt});
+        input.events.clicks.push_back({t + 0.1, 0.5 + 0.3 * std::sin(t), 0.5 + 0.3 * std::cos(t * 1.3), 0, ClickPhase::up, std::nullopt});
     }
     input.events.keys.push_back({1.2, "s", modifierCommand});
     input.events.keys.push_back({4.2, "k", modifierCommand});

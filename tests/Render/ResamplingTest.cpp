@@ -284,4 +284,28 @@ TEST(Resampling, PlanesShrunkStronglyAverageEverySourceByte) {
         for (int x = 0; x < 30; ++x) EXPECT_NEAR(out.at(x, y), 126, 2) << x << "," << y;
 }
 
+TEST(Resampling, APlaneScalerKeptAcrossFramesGivesWhatAFreshOneGives) {
+    // Placements as a zoom goes in and comes back, and a source whose size changes under the same
+    // placement: a kept plan must never outlive what it was made for.
+    const Plane small = noisePlane(53, 31, 8), large = noisePlane(120, 70, 9);
+    struct Step {
+        const Plane* source;
+        QRectF from, to;
+    };
+    const std::vector<Step> steps{{&small, {0, 0, 53, 31}, {2, 1, 70, 40}},
+                                  {&small, {0, 0, 53, 31}, {2, 1, 70, 40}},
+                                  {&small, {5.5, 3, 30, 17}, {2, 1, 70, 40}},
+                                  {&large, {5.5, 3, 30, 17}, {2, 1, 70, 40}},
+                                  {&large, {0, 0, 120, 70}, {2, 1, 36, 20}},  // a shrink past 2
+                                  {&small, {0, 0, 53, 31}, {2, 1, 70, 40}}};
+    PlaneScaler kept;
+    const QRect clip(0, 0, 74, 42);
+    for (size_t i = 0; i < steps.size(); ++i) {
+        Plane once = blankPlane(76, 44), reused = blankPlane(76, 44);
+        resamplePlaneInto(once.bytes.data(), once.stride, clip, steps[i].source->view(), steps[i].from, steps[i].to);
+        kept.scale(reused.bytes.data(), reused.stride, clip, steps[i].source->view(), steps[i].from, steps[i].to);
+        EXPECT_EQ(reused.bytes, once.bytes) << i;
+    }
+}
+
 }  // namespace halvane
