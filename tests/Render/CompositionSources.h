@@ -3,6 +3,7 @@
 // Frame sources and small pieces of edit shared by the composition tests.
 
 #include "Model/EditSettings.h"
+#include "Model/RecordingMeta.h"
 #include "Model/Transcript.h"
 #include "Render/FrameSource.h"
 #include "Render/PlanarPicture.h"
@@ -70,6 +71,18 @@ inline ZoomSegment zoomOn(double level, Point target, double start, double end) 
     zoom.level = level;
     zoom.target = target;
     return zoom;
+}
+
+// A ten-second take of a 320 × 200 screen at one pixel per point.
+inline RecordingMeta smallScreenMeta() {
+    RecordingMeta meta;
+    meta.pixelWidth = 320;
+    meta.pixelHeight = 200;
+    meta.pointWidth = 320;
+    meta.pointHeight = 200;
+    meta.scale = 1;
+    meta.duration = 10;
+    return meta;
 }
 
 // A transcript whose one cue, a caption below the video, shows from `start` to `end`.

@@ -31,12 +31,7 @@ QImage screenFrame(double t) {
 // styles, a caption and a shortcut pill.
 CompositionInput busyTake() {
     CompositionInput input;
-    input.meta.pixelWidth = 320;
-    input.meta.pixelHeight = 200;
-    input.meta.pointWidth = 320;
-    input.meta.pointHeight = 200;
-    input.meta.scale = 1;
-    input.meta.duration = 10;
+    input.meta = test::smallScreenMeta();
     input.canvasSize = {640, 400};
     input.fps = 30;
     EditSettings& s = input.settings;

@@ -43,12 +43,7 @@ protected:
     static void SetUpTestSuite() { test::ensureGuiApplication(); }
 
     FrameComposerTest() {
-        input.meta.pixelWidth = 320;
-        input.meta.pixelHeight = 200;
-        input.meta.pointWidth = 320;
-        input.meta.pointHeight = 200;
-        input.meta.scale = 1;
-        input.meta.duration = 10;
+        input.meta = test::smallScreenMeta();
         input.settings.background = CanvasBackground::solid("#0000FF");
         input.settings.padding = 0.1;
         input.settings.shadow = 0;
